@@ -1,0 +1,146 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <mutex>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "runtime/body_tasks.h"
+#include "runtime/qtx.h"
+
+namespace {
+
+// Starts the process-wide session with `threads` loop threads (workers + caller).
+void StartSession(int threads) {
+  auto& s = GetSession();
+  ASSERT_TRUE(s);
+  s->SetOptionB(threads);
+  ASSERT_EQ(QTX::InitRuntime(s), 0);
+}
+
+// Runs a body task over 0..n with the given guider kind; returns per-index visit counts and
+// the set of threads that ran bodies.
+struct LoopResult {
+  std::vector<int> visits;
+  std::set<std::thread::id> threads;
+  int calls = 0;
+};
+LoopResult RunLoop(int n, int kind, bool slowBodies = false) {
+  auto& session = GetSession();
+  session->GetGuider()->kind = kind;
+  LoopResult r;
+  r.visits.assign(static_cast<size_t>(n > 0 ? n : 0) + 1, 0);
+  std::mutex m;
+  std::atomic<int> calls{0};
+  std::vector<std::atomic<int>> visits(r.visits.size());
+  BodyUpdateTask task(session,
+                      [&](QTX::Range<int> sub) {
+                        calls.fetch_add(1);
+                        QTX::ForEachIndex(sub, [&](int i) {
+                          visits[static_cast<size_t>(i)].fetch_add(1);
+                          if (slowBodies) std::this_thread::sleep_for(std::chrono::milliseconds(2));
+                        });
+                        std::lock_guard<std::mutex> lk(m);
+                        r.threads.insert(std::this_thread::get_id());
+                      },
+                      QTX::MakeLoopRange(n), session->GetGuider());
+  task.Do();
+  EXPECT_EQ(task.GetTaskStatus(), QTX::kTaskFinished);
+  for (size_t i = 0; i < visits.size(); ++i) r.visits[i] = visits[i].load();
+  r.calls = calls.load();
+  return r;
+}
+
+TEST(Runtime, RangeShapes) {
+  EXPECT_EQ(QTX::MakeLoopRange(0).step, -1);
+  EXPECT_EQ(QTX::RangeCount(QTX::MakeLoopRange(0)), 0);
+  EXPECT_EQ(QTX::RangeCount(QTX::MakeLoopRange(-5)), 5);  // 0, -1, ..., -4: callers refuse negative counts
+  EXPECT_EQ(QTX::RangeCount(QTX::MakeLoopRange(30)), 30);
+  EXPECT_EQ(QTX::RangeCount(QTX::Range<int>{5, 0, -1}), 5);
+  EXPECT_EQ(QTX::RangeCount(QTX::Range<int>{0, 7, 3}), 3);
+}
+
+TEST(Runtime, EveryIndexExactlyOnceUnderEachPartitioner) {
+  StartSession(4);
+  for (int kind : {0, 1, 2, 3, 7, -1}) {
+    for (int n : {0, 1, 2, 30, 31}) {
+      const LoopResult r = RunLoop(n, kind);
+      for (int i = 0; i < n; ++i) EXPECT_EQ(r.visits[static_cast<size_t>(i)], 1) << "kind " << kind << " n " << n;
+      if (n <= 0) {
+        EXPECT_EQ(r.calls, 0) << "an empty range calls no body";
+        EXPECT_EQ(r.visits[0], 0);
+      }
+    }
+  }
+  QTX::UninitRuntime(GetSession());
+}
+
+TEST(Runtime, SerialRunsOnCallerAndPoolUsesWorkers) {
+  StartSession(2);
+  ASSERT_GE(QTX::WorkerCount(GetSession()), 1) << "needs two hardware threads";
+  const LoopResult serial = RunLoop(8, QTX::kSerial);
+  EXPECT_EQ(serial.calls, 1);
+  EXPECT_EQ(serial.threads.size(), 1u);
+  EXPECT_EQ(*serial.threads.begin(), std::this_thread::get_id());
+
+  // Slow bodies give the worker time to wake: more than one thread must run them.
+  for (int kind : {QTX::kStatic, QTX::kDynamic, QTX::kHeuristic}) {
+    const LoopResult r = RunLoop(30, kind, /*slowBodies=*/true);
+    EXPECT_GE(r.threads.size(), 2u) << "kind " << kind;
+  }
+  QTX::UninitRuntime(GetSession());
+}
+
+TEST(Runtime, LoopsAfterUninitRunOnTheCaller) {
+  for (int cycle = 0; cycle < 3; ++cycle) {
+    StartSession(3);
+    QTX::UninitRuntime(GetSession());
+    EXPECT_EQ(QTX::WorkerCount(GetSession()), 0);
+    const LoopResult r = RunLoop(30, QTX::kDynamic);
+    for (int i = 0; i < 30; ++i) EXPECT_EQ(r.visits[static_cast<size_t>(i)], 1);
+    EXPECT_EQ(r.threads.size(), 1u);
+  }
+}
+
+TEST(Runtime, ConcurrentLoopsFromTwoThreadsBothComplete) {
+  StartSession(2);
+  std::atomic<int> failures{0};
+  auto driver = [&] {
+    for (int k = 0; k < 200; ++k) {
+      const LoopResult r = RunLoop(30, QTX::kDynamic);
+      for (int i = 0; i < 30; ++i) failures += r.visits[static_cast<size_t>(i)] != 1;
+    }
+  };
+  std::thread a(driver), b(driver);
+  // Restart the pool under the running loops, as another handle's create and destroy would.
+  for (int k = 0; k < 20; ++k) {
+    QTX::UninitRuntime(GetSession());
+    ASSERT_EQ(QTX::InitRuntime(GetSession()), 0);
+  }
+  a.join();
+  b.join();
+  EXPECT_EQ(failures.load(), 0);
+  QTX::UninitRuntime(GetSession());
+}
+
+TEST(Runtime, InitSessionRefusesNullName) {
+  EXPECT_FALSE(InitSession(nullptr, nullptr));
+  EXPECT_TRUE(InitSession("BodyTracking", nullptr));
+  EXPECT_EQ(GetSession()->GetGuider()->kind, 4);  // option C: dynamic partitioner
+  UninitSession();
+}
+
+TEST(Runtime, TaskBaseBookkeeping) {
+  QTX::CTaskBase t(GetSession());
+  EXPECT_EQ(t.GetTaskStatus(), QTX::kTaskIdle);
+  EXPECT_EQ(t.Cancel(), 0);
+  EXPECT_EQ(t.Submit(), -1);  // a cancelled task does not run
+  t.ResetStatus();
+  EXPECT_EQ(t.Submit(), 0);
+  EXPECT_EQ(t.GetTaskStatus(), QTX::kTaskRunning);
+  t.OnFinish();
+  EXPECT_EQ(t.WaitFinish(), 0);
+}
+
+}  // namespace

@@ -1,0 +1,43 @@
+// Synthetic NV21 frames for tests: a textured background and textured rectangular bodies
+// whose texture moves with them, generated deterministically from seeds.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+struct Nv21Frame {
+  int width = 0;
+  int height = 0;
+  int stride = 0;
+  std::vector<uint8_t> data;  // stride * height luma bytes, then stride * height / 2 chroma
+
+  Nv21Frame() = default;
+  Nv21Frame(int w, int h, int s);
+  uint8_t* luma() { return data.data(); }
+  uint8_t* chroma() { return data.data() + static_cast<size_t>(stride) * height; }
+};
+
+// A small fixed-seed generator (xorshift32) so every test input is reproducible.
+struct TestRng {
+  uint32_t s;
+  explicit TestRng(uint32_t seed) : s(seed ? seed : 0x9e3779b9u) {}
+  uint32_t Next() {
+    s ^= s << 13;
+    s ^= s >> 17;
+    s ^= s << 5;
+    return s;
+  }
+  int Uniform(int lo, int hi) { return lo + static_cast<int>(Next() % static_cast<uint32_t>(hi - lo + 1)); }
+};
+
+// Blocky luma texture anchored to its owner: value at integer coordinates (u, v).
+uint8_t TextureAt(uint32_t seed, int u, int v);
+
+// Fills the whole frame with the background texture and a gentle chroma gradient.
+void FillBackground(Nv21Frame& f, uint32_t seed);
+// Fills the whole frame with one luma value and neutral chroma.
+void FillFlat(Nv21Frame& f, uint8_t luma);
+// Draws a body: a rectangle at (x, y) of size w x h (rounded to pixels) textured in body
+// coordinates, with its own chroma.
+void DrawBody(Nv21Frame& f, float x, float y, float w, float h, uint32_t seed);
