@@ -1,0 +1,318 @@
+#include "diag/image_dump.h"
+
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstdio>
+#include <ctime>
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "common/zy_alloc.h"
+#include "support/log_capture.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+// Three bytes of v from byte at.
+Bytes Px(const Bytes& v, size_t at) { return Bytes(v.begin() + at, v.begin() + at + 3); }
+
+uint32_t Le(const Bytes& f, size_t at, int bytes) {
+  uint32_t v = 0;
+  for (int i = bytes - 1; i >= 0; --i) v = (v << 8) | f.at(at + i);
+  return v;
+}
+
+// A fresh directory per test, removed with its files afterwards; base_ = "<dir>/x".
+class DumpDir : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char tmpl[] = "/tmp/zy_diag_XXXXXX";
+    ASSERT_NE(mkdtemp(tmpl), nullptr);
+    dir_ = tmpl;
+    base_ = dir_ + "/x";
+  }
+  void TearDown() override {
+    zy::FailNthAllocation(0);
+    for (const auto& f : Files()) std::remove((dir_ + "/" + f).c_str());
+    rmdir(dir_.c_str());
+  }
+  std::vector<std::string> Files() const {
+    std::vector<std::string> names;
+    if (DIR* d = opendir(dir_.c_str())) {
+      while (dirent* e = readdir(d)) {
+        if (e->d_name[0] != '.') names.push_back(e->d_name);
+      }
+      closedir(d);
+    }
+    return names;
+  }
+  // Reads the directory's only file and removes it.
+  Bytes TakeOnlyFile(std::string* name = nullptr) const {
+    const auto names = Files();
+    if (names.size() != 1) {
+      ADD_FAILURE() << names.size() << " files in " << dir_;
+      return {};
+    }
+    if (name) *name = names[0];
+    const std::string path = dir_ + "/" + names[0];
+    std::ifstream in(path, std::ios::binary);
+    Bytes f{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    std::remove(path.c_str());
+    return f;
+  }
+  std::string dir_;
+  std::string base_;
+};
+
+TEST_F(DumpDir, BmpHeadersRowsAndPaddingByWidth) {
+  const int kPadding[] = {1, 2, 3, 0};  // widths 1..4: rows of 3, 6, 9, 12 bytes
+  const int h = 2;
+  for (int w = 1; w <= 4; ++w) {
+    SCOPED_TRACE(w);
+    Bytes rgb(static_cast<size_t>(w) * h * 3);
+    for (size_t i = 0; i < rgb.size(); ++i) rgb[i] = static_cast<uint8_t>(10 + i);
+    std::string name = base_;
+    ASSERT_EQ(save_bmp_file(name, rgb.data(), w, h, 3, 0, 42), 0);
+    std::string file;
+    const Bytes f = TakeOnlyFile(&file);
+    EXPECT_EQ(dir_ + "/" + file, name);
+    const int rowBytes = w * 3 + kPadding[w - 1];
+    ASSERT_EQ(f.size(), static_cast<size_t>(54 + h * rowBytes));
+    EXPECT_EQ(Le(f, 0, 2), 0x4D42u);                          // "BM"
+    const uint32_t image = static_cast<uint32_t>(w * h * 3);  // padding not counted
+    // offset, size, value of every header field after the signature
+    const uint32_t fields[][3] = {
+        {2, 4, image + 54},   {6, 4, 0},  {10, 4, 54}, {14, 4, 40}, {18, 4, uint32_t(w)},
+        {22, 4, uint32_t(h)}, {26, 2, 1}, {28, 2, 24}, {30, 4, 0},  {34, 4, image},
+        {38, 4, 0},           {42, 4, 0}, {46, 4, 0},  {50, 4, 0}};
+    for (const auto& fd : fields) EXPECT_EQ(Le(f, fd[0], int(fd[1])), fd[2]) << "offset " << fd[0];
+    // Bottom-up, each triple reversed, zero padding after each row.
+    for (int k = 0; k < h; ++k) {
+      const size_t row = 54 + static_cast<size_t>(k) * rowBytes;
+      const size_t src = static_cast<size_t>(h - 1 - k) * w * 3;
+      for (int j = 0; j < w; ++j) {
+        EXPECT_EQ(Px(f, row + 3 * j),
+                  (Bytes{rgb[src + 3 * j + 2], rgb[src + 3 * j + 1], rgb[src + 3 * j]}));
+      }
+      for (int p = 0; p < kPadding[w - 1]; ++p) EXPECT_EQ(f[row + 3 * w + p], 0);
+    }
+  }
+
+  // Grey sources repeat each byte; planar sources write pixel j as (plane 2, plane 1, plane 0).
+  const uint8_t grey[] = {1, 2, 3, 4};  // 2 x 2
+  std::string name = base_;
+  ASSERT_EQ(save_bmp_file(name, grey, 2, 2, 1, 0, 1), 0);
+  Bytes f = TakeOnlyFile();
+  EXPECT_EQ(Bytes(f.begin() + 54, f.end()),
+            (Bytes{3, 3, 3, 4, 4, 4, 0, 0, 1, 1, 1, 2, 2, 2, 0, 0}));
+  const uint8_t planar[] = {10, 11, 20, 21, 30, 31};  // 2 x 1
+  name = base_;
+  ASSERT_EQ(save_bmp_file(name, planar, 2, 1, 3, 1, 1), 0);
+  f = TakeOnlyFile();
+  EXPECT_EQ(Bytes(f.begin() + 54, f.end()), (Bytes{30, 20, 10, 31, 21, 11, 0, 0}));
+}
+
+TEST_F(DumpDir, NameCarriesLocalTimeMillisecondsSizeAndRequestId) {
+  const uint8_t px[3] = {1, 2, 3};
+  std::string name = base_;
+  const time_t before = time(nullptr);
+  ASSERT_EQ(save_bmp_file(name, px, 1, 1, 3, 0, 18446744073709551615ull), 0);
+  const time_t after = time(nullptr);
+  std::smatch m;
+  ASSERT_TRUE(std::regex_match(
+      name, m, std::regex("(.*)/x(\\d{4}_\\d{6}_)\\d{3}_w1_h1_reqId18446744073709551615\\.bmp")))
+      << name;
+  EXPECT_EQ(m[1].str(), dir_);
+  bool matched = false;
+  for (time_t t = before; t <= after; ++t) {
+    struct tm local {};
+    localtime_r(&t, &local);
+    char expect[32];
+    strftime(expect, sizeof expect, "%m%d_%H%M%S_", &local);
+    matched = matched || m[2].str() == expect;
+  }
+  EXPECT_TRUE(matched) << m[2].str();
+
+  struct tm t {};
+  t.tm_mon = 2;  // March
+  t.tm_mday = 15;
+  t.tm_hour = 14;
+  t.tm_min = 25;
+  t.tm_sec = 30;
+  const std::pair<long, const char*> cases[] = {
+      {0, "000"}, {5999, "005"}, {45000, "045"}, {123456, "123"}, {999999, "999"}};
+  char out[64];
+  for (const auto& c : cases) {
+    FormatDumpTime(t, c.first, out, sizeof out);
+    EXPECT_EQ(std::string(out), std::string("0315_142530_") + c.second);
+  }
+  FormatDumpTime(t, 0, out, 8);  // truncated, still terminated
+  EXPECT_STREQ(out, "0315_14");
+}
+
+TEST_F(DumpDir, BadInputsAreRefusedWithTheErrorLine) {
+  LogCapture log;
+  const uint8_t px[12] = {};
+  struct Case {
+    const uint8_t* buf;
+    int w, h, channel, type;
+  } cases[] = {{px, 2, 2, 2, 0},       {px, 2, 2, 3, 2},        {px, 2, 2, 3, -1},
+               {nullptr, 2, 2, 3, 0},  {px, 0, 2, 3, 0},        {px, 2, -1, 1, 0},
+               {px, INT_MAX, 2, 3, 0}, {px, 30000, 30000, 3, 0}};
+  for (const auto& c : cases) {
+    std::string name = base_;
+    EXPECT_EQ(save_bmp_file(name, c.buf, c.w, c.h, c.channel, c.type, 1), -1);
+    EXPECT_EQ(name, base_);
+    char line[200];
+    std::snprintf(
+        line, sizeof line,
+        "save_bmp_file 53: input error buf=%p, width=%d, height=%d, channel=%d, type=%d!\n",
+        static_cast<const void*>(c.buf), c.w, c.h, c.channel, c.type);
+    EXPECT_TRUE(log.Has(line, ANDROID_LOG_ERROR)) << line;
+  }
+  // A missing directory and a failed row buffer fail quietly.
+  log.Clear();
+  std::string name = dir_ + "/missing/x";
+  EXPECT_EQ(save_bmp_file(name, px, 2, 2, 3, 0, 1), -1);
+  zy::FailNthAllocation(1);
+  name = base_;
+  EXPECT_EQ(save_bmp_file(name, px, 2, 2, 3, 0, 1), -1);
+  EXPECT_TRUE(log.Lines().empty());
+  EXPECT_TRUE(Files().empty());
+}
+
+Bytes Convert(bool nv12, Bytes yuv, int w, int h) {  // yuv by value: exactly sized for ASan
+  Bytes rgb(static_cast<size_t>(w) * h * 3, 0xEE);
+  (nv12 ? ConvertNv12ToRgb : ConvertNv21ToRgb)(yuv.data(), rgb.data(), w, h);
+  return rgb;
+}
+
+TEST(ConvertToRgb, FixedPointValuesChromaOrderAndSharing) {
+  // Y 100 with the pair (178, 98): U 50, V -30 as NV12; V 50, U -30 as NV21.
+  EXPECT_EQ(Convert(true, {100, 100, 100, 100, 178, 98}, 2, 2),
+            (Bytes{49, 102, 198, 49, 102, 198, 49, 102, 198, 49, 102, 198}));
+  EXPECT_EQ(Px(Convert(false, {100, 100, 100, 100, 178, 98}, 2, 2), 0), (Bytes{177, 68, 37}));
+  // Clamping at both ends; luma below 16 counts as 16.
+  EXPECT_EQ(Px(Convert(true, {255, 255, 255, 255, 255, 255}, 2, 2), 0), (Bytes{255, 125, 255}));
+  EXPECT_EQ(Convert(true, {0, 3, 16, 16, 0, 0}, 2, 2),
+            (Bytes{0, 154, 0, 0, 154, 0, 0, 154, 0, 0, 154, 0}));
+
+  // 4 x 4 of Y 100, neutral chroma but for the pair of chroma row 1, pair 1: it tints
+  // exactly the 2 x 2 block of rows 2-3, columns 2-3.
+  Bytes yuv(16 + 8, 128);
+  std::fill(yuv.begin(), yuv.begin() + 16, 100);
+  yuv[16 + 4 + 2] = 178;
+  yuv[16 + 4 + 3] = 98;
+  const Bytes rgb = Convert(true, yuv, 4, 4);
+  for (int r = 0; r < 4; ++r) {
+    for (int c = 0; c < 4; ++c) {
+      const Bytes expect = (r >= 2 && c >= 2) ? Bytes{49, 102, 198} : Bytes{97, 97, 97};
+      EXPECT_EQ(Px(rgb, (static_cast<size_t>(r) * 4 + c) * 3), expect) << r << "," << c;
+    }
+  }
+}
+
+TEST(ConvertToRgb, OddSizesStayInsideTheFrame) {
+  // 3 x 3: three luma rows and one chroma row. The last pair's second byte and the last
+  // row's whole chroma row lie past the frame and read as neutral.
+  const Bytes rgb =
+      Convert(true, {100, 100, 100, 100, 100, 100, 100, 100, 100, 178, 98, 178}, 3, 3);
+  EXPECT_EQ(Px(rgb, 0), (Bytes{49, 102, 198}));
+  EXPECT_EQ(Px(rgb, 6), (Bytes{97, 78, 198}));
+  EXPECT_EQ(Bytes(rgb.begin() + 18, rgb.end()), Bytes(9, 97));
+  EXPECT_EQ(Convert(true, {100}, 1, 1), (Bytes{97, 97, 97}));  // no chroma row at all
+}
+
+TEST_F(DumpDir, DumpDrawsBoxesInGreenAndSkipsPixelsOutside) {
+  const int w = 8, h = 6;
+  Bytes yuv(static_cast<size_t>(w) * h * 3 / 2, 128);
+  std::fill(yuv.begin(), yuv.begin() + w * h, 100);  // grey 97 everywhere
+  BodyInfo bodies[3] = {};
+  bodies[0].roi = {1, 1, 4, 3};      // inside
+  bodies[1].roi = {6, 4, 10, 9};     // runs off the right and bottom edges
+  bodies[2].roi = {-3, -2, -1, -1};  // wholly outside
+  ParamOut out{};
+  out.bodies = bodies;
+  out.bodyNum = 3;
+  ASSERT_EQ(DumpTrackingResult(base_, yuv.data(), w, h, 2, out, 1), 0);
+  std::string name;
+  const Bytes f = TakeOnlyFile(&name);
+  EXPECT_TRUE(std::regex_match(name, std::regex("x\\d{4}_\\d{6}_\\d{3}_w8_h6_reqId1\\.bmp")))
+      << name;
+  ASSERT_EQ(f.size(), static_cast<size_t>(54 + h * w * 3));
+  auto onOutline = [](const BodyRoi& b, int x, int y) {
+    const bool inX = x >= b.left && x <= b.right, inY = y >= b.top && y <= b.bottom;
+    return (inX && (y == b.top || y == b.bottom)) || (inY && (x == b.left || x == b.right));
+  };
+  for (int y = 0; y < h; ++y) {
+    for (int x = 0; x < w; ++x) {
+      const bool green = onOutline(bodies[0].roi, x, y) || onOutline(bodies[1].roi, x, y);
+      const size_t at = 54 + (static_cast<size_t>(h - 1 - y) * w + x) * 3;
+      EXPECT_EQ(Px(f, at), green ? (Bytes{0, 255, 0}) : (Bytes{97, 97, 97})) << x << "," << y;
+    }
+  }
+}
+
+TEST_F(DumpDir, DumpRefusalsAndFailuresWriteNothing) {
+  Bytes yuv(4 * 4 * 3 / 2, 128);
+  BodyInfo bodies[1] = {};
+  struct Case {
+    const uint8_t* yuv;
+    int w, h, chromaOrder, bodyNum;
+    BodyInfo* bodies;
+  } cases[] = {{yuv.data(), 4, 4, 0, 1, bodies},  {yuv.data(), 4, 4, 3, 1, bodies},
+               {nullptr, 4, 4, 1, 1, bodies},     {yuv.data(), 0, 4, 1, 1, bodies},
+               {yuv.data(), 4, -4, 1, 1, bodies}, {yuv.data(), INT_MAX, 2, 1, 1, bodies},
+               {yuv.data(), 4, 4, 1, 31, bodies}, {yuv.data(), 4, 4, 1, -1, bodies},
+               {yuv.data(), 4, 4, 1, 1, nullptr}};
+  for (const auto& c : cases) {
+    ParamOut out{};
+    out.bodies = c.bodies;
+    out.bodyNum = c.bodyNum;
+    EXPECT_EQ(DumpTrackingResult(base_, c.yuv, c.w, c.h, c.chromaOrder, out, 1), -1)
+        << c.w << "x" << c.h << " order " << c.chromaOrder << " bodies " << c.bodyNum;
+  }
+  // The RGB copy failing is reported; the row buffer or the directory failing is not.
+  ParamOut out{};
+  out.bodies = bodies;
+  out.bodyNum = 1;
+  zy::FailNthAllocation(1);
+  EXPECT_EQ(DumpTrackingResult(base_, yuv.data(), 4, 4, 1, out, 1), -1);
+  zy::FailNthAllocation(2);
+  EXPECT_EQ(DumpTrackingResult(base_, yuv.data(), 4, 4, 1, out, 1), 0);
+  EXPECT_EQ(DumpTrackingResult(dir_ + "/missing/x", yuv.data(), 4, 4, 1, out, 1), 0);
+  EXPECT_TRUE(Files().empty());
+  out.bodies = nullptr;  // nothing to draw needs no body array
+  out.bodyNum = 0;
+  EXPECT_EQ(DumpTrackingResult(base_, yuv.data(), 4, 4, 1, out, 1), 0);
+  EXPECT_EQ(Files().size(), 1u);
+}
+
+TEST_F(DumpDir, WriteFileReportsOnStandardOutput) {
+  const std::string path = dir_ + "/raw.bin";
+  const char bytes[] = {'a', 0, 'b', '\n', 'c'};
+  std::fflush(stdout);
+  ::testing::internal::CaptureStdout();
+  const int results[] = {writeFile(path, bytes, 5), writeFile(path + "2", nullptr, 5),
+                         writeFile(path + "2", bytes, 0),
+                         writeFile(dir_ + "/missing/raw.bin", bytes, 5)};
+  const std::string printed = ::testing::internal::GetCapturedStdout();
+  EXPECT_EQ(std::vector<int>(results, results + 4), (std::vector<int>{0, -1, -1, -1}));
+  EXPECT_EQ(printed, "save file: " + path + " success!\n" +
+                         "writeFile 165 : input parm error!\n"
+                         "writeFile 165 : input parm error!\n"
+                         "writeFile 171 : Write " +
+                         dir_ + "/missing/raw.bin Failed!\n");
+  EXPECT_EQ(TakeOnlyFile(), (Bytes{'a', 0, 'b', '\n', 'c'}));
+}
+
+}  // namespace
