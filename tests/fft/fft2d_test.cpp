@@ -1,0 +1,331 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "fft/fft2d.h"
+#include "fft/fft2d_internal.h"
+#include "fft/fft_tables.h"
+
+namespace {
+
+constexpr double kPi = 3.14159265358979323846;
+constexpr int kSizes[] = {16, 24};
+constexpr int kSigns[] = {-1, 1};
+
+using Plane = std::vector<float>;  // n x n interleaved (re, im), rows packed
+
+uint32_t Bits(float f) {
+  uint32_t u;
+  std::memcpy(&u, &f, sizeof u);
+  return u;
+}
+
+// Values in [-1, 1) with 23 random bits, the same on every machine.
+Plane RandomPlane(int n, uint32_t seed) {
+  std::mt19937 gen(seed);
+  Plane p(static_cast<size_t>(2 * n * n));
+  for (float& v : p) {
+    v = static_cast<float>(static_cast<int32_t>(gen() >> 8) - (1 << 23)) / 8388608.0f;
+  }
+  return p;
+}
+
+// Calls Fft2D the way the tracker does: forward (A, A+1, B, B+1), inverse (A+1, A, B+1, B).
+int32_t Transform(const Plane& a, Plane& b, int n, int sign) {
+  const float* p = a.data();
+  float* q = b.data();
+  return sign < 0 ? Fft2D(p, p + 1, q, q + 1, n, -1) : Fft2D(p + 1, p, q + 1, q, n, 1);
+}
+
+int32_t TransformScalar(const Plane& a, Plane& b, int n, int sign) {
+  const float* p = a.data();
+  float* q = b.data();
+  return sign < 0 ? zy::Fft2DScalar(p, p + 1, q, q + 1, n, -1)
+                  : zy::Fft2DScalar(p + 1, p, q + 1, q, n, 1);
+}
+
+// Double-precision DFT of the plane, rows then columns, angles reduced exactly mod n.
+std::vector<double> ReferenceDft(const Plane& a, int n, int sign) {
+  std::vector<double> cs(n), sn(n);
+  for (int k = 0; k < n; ++k) {
+    cs[k] = std::cos(2.0 * kPi * k / n);
+    sn[k] = sign * std::sin(2.0 * kPi * k / n);
+  }
+  const size_t count = static_cast<size_t>(2 * n * n);
+  std::vector<double> rows(count), out(count);
+  for (int y = 0; y < n; ++y) {
+    for (int v = 0; v < n; ++v) {
+      double re = 0.0, im = 0.0;
+      for (int x = 0; x < n; ++x) {
+        const int k = (v * x) % n;
+        const double ar = a[2 * (y * n + x)], ai = a[2 * (y * n + x) + 1];
+        re += ar * cs[k] - ai * sn[k];
+        im += ar * sn[k] + ai * cs[k];
+      }
+      rows[2 * (y * n + v)] = re;
+      rows[2 * (y * n + v) + 1] = im;
+    }
+  }
+  for (int v = 0; v < n; ++v) {
+    for (int u = 0; u < n; ++u) {
+      double re = 0.0, im = 0.0;
+      for (int y = 0; y < n; ++y) {
+        const int k = (u * y) % n;
+        const double ar = rows[2 * (y * n + v)], ai = rows[2 * (y * n + v) + 1];
+        re += ar * cs[k] - ai * sn[k];
+        im += ar * sn[k] + ai * cs[k];
+      }
+      out[2 * (u * n + v)] = re;
+      out[2 * (u * n + v) + 1] = im;
+    }
+  }
+  return out;
+}
+
+double MaxAbs(const std::vector<double>& v) {
+  double m = 0.0;
+  for (double x : v) m = std::fmax(m, std::fabs(x));
+  return m;
+}
+
+// Bound: the largest component error relative to the reference plane's largest component.
+// Over these 20 planes per case the worst measured were 1.4e-7 (16) and 7.2e-7 (24, whose
+// six-decimal table twiddles are off by up to 4e-7); the bounds allow about twice that and
+// still fail on any wrong twiddle, sign or index.
+TEST(Fft2D, MatchesDoublePrecisionDft) {
+  for (int n : kSizes) {
+    const double bound = n == 16 ? 3e-7 : 1.5e-6;
+    for (int sign : kSigns) {
+      for (uint32_t seed = 1; seed <= 20; ++seed) {
+        const Plane a = RandomPlane(n, seed);
+        const Plane before = a;
+        Plane b(a.size(), 0.0f);
+        ASSERT_EQ(Transform(a, b, n, sign), 0);
+        const std::vector<double> ref = ReferenceDft(a, n, sign);
+        double err = 0.0;
+        for (size_t i = 0; i < b.size(); ++i) err = std::fmax(err, std::fabs(b[i] - ref[i]));
+        EXPECT_LE(err / MaxAbs(ref), bound) << "n " << n << " sign " << sign << " seed " << seed;
+        ASSERT_EQ(std::memcmp(a.data(), before.data(), a.size() * sizeof(float)), 0)
+            << "input changed";
+      }
+    }
+  }
+}
+
+TEST(Fft2D, ImpulseAtOriginGivesAllOnes) {
+  for (int n : kSizes) {
+    for (int sign : kSigns) {
+      Plane a(static_cast<size_t>(2 * n * n), 0.0f), b(a.size(), 7.0f);
+      a[0] = 1.0f;
+      ASSERT_EQ(Transform(a, b, n, sign), 0);
+      for (size_t i = 0; i < b.size(); i += 2) {
+        ASSERT_EQ(b[i], 1.0f) << "n " << n << " sign " << sign << " at " << i / 2;
+        ASSERT_EQ(b[i + 1], 0.0f) << "n " << n << " sign " << sign << " at " << i / 2;
+      }
+    }
+  }
+}
+
+// A single 1 at row 0, column 1 gives e^(sign*2*pi*i*v/n) in column v of every row; every row
+// is the same (the column pass only copies a value found in row 0 alone).
+TEST(Fft2D, ImpulseAtColumnOneGivesTheRootsAlongEveryRow) {
+  for (int n : kSizes) {
+    for (int sign : kSigns) {
+      Plane a(static_cast<size_t>(2 * n * n), 0.0f), b(a.size(), 7.0f);
+      a[2] = 1.0f;
+      ASSERT_EQ(Transform(a, b, n, sign), 0);
+      for (int v = 0; v < n; ++v) {
+        const double angle = 2.0 * kPi * v / n;
+        EXPECT_NEAR(b[2 * v], std::cos(angle), 2e-6) << "n " << n << " sign " << sign;
+        EXPECT_NEAR(b[2 * v + 1], sign * std::sin(angle), 2e-6) << "n " << n << " sign " << sign;
+      }
+      for (int u = 1; u < n; ++u) {
+        ASSERT_EQ(std::memcmp(&b[static_cast<size_t>(2 * n * u)], &b[0], 2 * n * sizeof(float)), 0)
+            << "n " << n << " sign " << sign << " row " << u;
+      }
+    }
+  }
+}
+
+TEST(Fft2D, ConstantPlaneGoesToTheOrigin) {
+  for (int n : kSizes) {
+    for (int sign : kSigns) {
+      Plane a(static_cast<size_t>(2 * n * n)), b(a.size(), 7.0f);
+      for (size_t i = 0; i < a.size(); i += 2) {
+        a[i] = 0.75f;
+        a[i + 1] = -1.25f;
+      }
+      ASSERT_EQ(Transform(a, b, n, sign), 0);
+      EXPECT_EQ(b[0], 0.75f * static_cast<float>(n * n));
+      EXPECT_EQ(b[1], -1.25f * static_cast<float>(n * n));
+      for (size_t i = 2; i < b.size(); ++i) ASSERT_EQ(b[i], 0.0f) << "n " << n << " at " << i;
+    }
+  }
+}
+
+// Inverse after forward is n^2 times the input; both directions' errors add up here (worst
+// measured 2.7e-7 for 16, 1.6e-6 for 24, relative to the largest component).
+TEST(Fft2D, InverseOfForwardScalesByNSquared) {
+  for (int n : kSizes) {
+    const double bound = n == 16 ? 6e-7 : 3e-6;
+    for (uint32_t seed = 100; seed < 110; ++seed) {
+      const Plane a = RandomPlane(n, seed);
+      Plane spectrum(a.size()), back(a.size());
+      ASSERT_EQ(Transform(a, spectrum, n, -1), 0);
+      ASSERT_EQ(Transform(spectrum, back, n, 1), 0);
+      const double n2 = static_cast<double>(n) * n;
+      double err = 0.0, mag = 0.0;
+      for (size_t i = 0; i < a.size(); ++i) {
+        err = std::fmax(err, std::fabs(back[i] - n2 * a[i]));
+        mag = std::fmax(mag, std::fabs(n2 * a[i]));
+      }
+      EXPECT_LE(err / mag, bound) << "n " << n << " seed " << seed;
+    }
+  }
+}
+
+// Every rejected call returns -1 and leaves the output untouched; the pointers that a direction
+// does not use are still checked.
+TEST(Fft2D, RejectedArgumentsWriteNothing) {
+  const Plane a = RandomPlane(24, 5);
+  Plane b(a.size(), 3.5f);
+  const Plane untouched = b;
+  const float* p = a.data();
+  float* q = b.data();
+  struct Call {
+    const float *inRe, *inIm;
+    float *outRe, *outIm;
+    int32_t n, sign;
+  };
+  const Call calls[] = {
+      {nullptr, p + 1, q, q + 1, 16, -1}, {p, nullptr, q, q + 1, 16, -1},
+      {p, p + 1, nullptr, q + 1, 16, -1}, {p, p + 1, q, nullptr, 16, -1},
+      {p + 1, p, q + 1, nullptr, 24, 1},  {p + 1, p, nullptr, q, 24, 1},
+      {p + 1, nullptr, q + 1, q, 24, 1},  {nullptr, p, q + 1, q, 24, 1},
+      {p, p + 1, q, q + 1, 32, -1},       {p, p + 1, q, q + 1, 0, -1},
+      {p, p + 1, q, q + 1, 8, 1},         {p, p + 1, q, q + 1, -16, -1},
+      {p, p + 1, q, q + 1, 23, -1},       {p, p + 1, q, q + 1, 25, 1},
+      {p, p + 1, q, q + 1, 16, 0},        {p, p + 1, q, q + 1, 16, 2},
+      {p, p + 1, q, q + 1, 24, -2},       {p, p + 1, q, q + 1, 24, 0},
+  };
+  for (const Call& c : calls) {
+    EXPECT_EQ(Fft2D(c.inRe, c.inIm, c.outRe, c.outIm, c.n, c.sign), -1)
+        << "n " << c.n << " sign " << c.sign;
+    EXPECT_EQ(zy::Fft2DScalar(c.inRe, c.inIm, c.outRe, c.outIm, c.n, c.sign), -1);
+    ASSERT_EQ(std::memcmp(b.data(), untouched.data(), b.size() * sizeof(float)), 0)
+        << "n " << c.n << " sign " << c.sign;
+  }
+}
+
+// Planes that exercise the vector path's lanes: random, wide dynamic range, signed zeros and
+// subnormals.
+std::vector<Plane> LanePlanes(int n) {
+  std::vector<Plane> planes;
+  for (uint32_t seed = 200; seed < 206; ++seed) planes.push_back(RandomPlane(n, seed));
+  Plane wide = RandomPlane(n, 300);
+  for (size_t i = 0; i < wide.size(); ++i) {
+    wide[i] = std::ldexp(wide[i], static_cast<int>(i % 61) - 30);  // 2^-30 .. 2^30
+  }
+  planes.push_back(wide);
+  Plane zeros(static_cast<size_t>(2 * n * n));
+  for (size_t i = 0; i < zeros.size(); ++i) zeros[i] = (i * 7 % 3 == 0) ? -0.0f : 0.0f;
+  zeros[9] = 2.0f;
+  planes.push_back(zeros);
+  Plane tiny = RandomPlane(n, 400);
+  for (float& v : tiny) v *= 1e-38f;
+  planes.push_back(tiny);
+  return planes;
+}
+
+TEST(Fft2D, VectorPathMatchesScalarReferenceBitForBit) {
+  if (!zy::Fft2DHasVectorPath()) GTEST_SKIP() << "built without the vector path";
+  for (int n : kSizes) {
+    for (int sign : kSigns) {
+      for (const Plane& a : LanePlanes(n)) {
+        Plane fast(a.size(), 1.0f), plain(a.size(), 2.0f);
+        ASSERT_EQ(Transform(a, fast, n, sign), 0);
+        ASSERT_EQ(TransformScalar(a, plain, n, sign), 0);
+        for (size_t i = 0; i < a.size(); ++i) {
+          ASSERT_EQ(Bits(fast[i]), Bits(plain[i])) << "n " << n << " sign " << sign << " at " << i;
+        }
+      }
+    }
+  }
+}
+
+// FNV-1a over the output bits of the forward and inverse transforms of fixed planes. The
+// values were recorded from the x86-64 build; an arm64 build (or any compiler or flag change)
+// must reproduce them, since trackers on every machine have to agree bit for bit.
+uint64_t OutputHash(int n) {
+  uint64_t h = 14695981039346656037ull;
+  for (int sign : kSigns) {
+    for (uint32_t seed = 500; seed < 504; ++seed) {
+      const Plane a = RandomPlane(n, seed);
+      Plane b(a.size());
+      Transform(a, b, n, sign);
+      for (float f : b) {
+        const uint32_t u = Bits(f);
+        for (int k = 0; k < 4; ++k) {
+          h ^= (u >> (8 * k)) & 0xffu;
+          h *= 1099511628211ull;
+        }
+      }
+    }
+  }
+  return h;
+}
+
+TEST(Fft2D, OutputBitsAreTheRecordedOnes) {
+  EXPECT_EQ(OutputHash(16), 5135436357727954441ull);
+  EXPECT_EQ(OutputHash(24), 6673573869300280510ull);
+}
+
+// Each table entry is the float of its angle's cosine or sine rounded to six decimals, with a
+// zero stored as +0.
+uint32_t SixDecimalBits(double degrees, bool sine) {
+  const double rad = degrees * kPi / 180.0;
+  char text[32];
+  std::snprintf(text, sizeof text, "%.6f", sine ? std::sin(rad) : std::cos(rad));
+  const float f = std::strtof(text, nullptr);
+  return f == 0.0f ? 0u : Bits(f);
+}
+
+// Checks a lane-pair table: group g, lane l holds the angle angleOf(g, l).
+template <size_t N, class AngleOf>
+void ExpectLanePairs(const float (&table)[N], size_t groups, AngleOf angleOf, const char* name) {
+  for (size_t g = 0; g < groups; ++g) {
+    for (int lane = 0; lane < 2; ++lane) {
+      const double deg = angleOf(static_cast<int>(g), lane);
+      EXPECT_EQ(Bits(table[4 * g + lane]), SixDecimalBits(deg, false))
+          << name << " cos, group " << g << " lane " << lane;
+      EXPECT_EQ(Bits(table[4 * g + 2 + lane]), SixDecimalBits(deg, true))
+          << name << " sin, group " << g << " lane " << lane;
+    }
+  }
+}
+
+TEST(FftTables, EntriesAreTheSixDecimalFloats) {
+  ExpectLanePairs(zy::twiddleDit24, 6, [](int g, int l) { return 15.0 * (2 * g + l); },
+                  "twiddleDit24");
+  ExpectLanePairs(zy::twiddleDif12, 3, [](int g, int l) { return 30.0 * (2 * g + l); },
+                  "twiddleDif12");
+  for (int k = 0; k < 6; ++k) {  // the unread tail: (cos, sin) of 15, 30, ..., 90 degrees
+    EXPECT_EQ(Bits(zy::twiddleDif12[12 + 2 * k]), SixDecimalBits(15.0 * (k + 1), false));
+    EXPECT_EQ(Bits(zy::twiddleDif12[13 + 2 * k]), SixDecimalBits(15.0 * (k + 1), true));
+  }
+  // Group 7h + (m - 1) holds 15*r0*m and 15*r1*m degrees, (r0, r1) = (0, 1), then (2, 3).
+  ExpectLanePairs(zy::twiddleRadix8, 14,
+                  [](int g, int l) { return 15.0 * (2 * (g / 7) + l) * (g % 7 + 1); },
+                  "twiddleRadix8");
+  // The six-decimal value, not the correctly rounded sqrt(3)/2 that the kernels use.
+  EXPECT_EQ(Bits(zy::twiddleDit24[4]), 0x3F5DB3D0u);
+  EXPECT_NE(zy::twiddleDit24[4], static_cast<float>(std::sqrt(3.0) / 2.0));
+}
+
+}  // namespace
