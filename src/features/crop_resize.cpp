@@ -1,0 +1,365 @@
+// Crop geometry and the two drivers of the crop. The drivers do the geometry once (rectangles,
+// packed column list, row bases); the rows in yuv_rows.* only do pixels.
+#include "features/crop_resize.h"
+
+#include <cmath>
+#include <cstring>
+
+#include "common/zy_alloc.h"
+#include "common/zy_log.h"
+#include "common/zy_memops.h"
+#include "features/yuv_rows.h"
+
+namespace {
+
+constexpr uint32_t kFail = 9;
+
+// Column offsets of up to this many used columns live on the stack; the tracker's 72 fit,
+// so the frame path never allocates.
+constexpr int32_t kColumnListCapacity = 256;
+
+// Index arithmetic of the crop is 32-bit, as on the device: it wraps modulo 2^32 and is read
+// back as signed. Every byte it names is bounds-checked before it is read.
+inline int32_t Wrap32(int64_t v) {
+  return static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint64_t>(v)));
+}
+
+// float -> int32 toward zero / toward minus infinity, saturating, NaN -> 0 (what the arm64
+// conversion instruction does; plain casts are undefined outside the int32 range).
+int32_t SaturateToInt32(float f) {
+  if (!(f == f)) return 0;
+  if (f >= 2147483648.0f) return INT32_MAX;
+  if (f < -2147483648.0f) return INT32_MIN;
+  return static_cast<int32_t>(f);
+}
+inline int32_t TruncToInt32(float f) { return SaturateToInt32(std::trunc(f)); }
+inline int32_t FloorToInt32(float f) { return SaturateToInt32(std::floor(f)); }
+
+inline uint8_t Avg2(uint8_t a, uint8_t b) { return static_cast<uint8_t>((a + b + 1) >> 1); }
+
+// Byte `index` of a frame of `size` bytes; anything outside the frame reads as 0.
+inline uint8_t SafeByte(const uint8_t* frame, int64_t size, int64_t index) {
+  return (index >= 0 && index < size) ? frame[index] : 0;
+}
+
+// Bytes the caller's NV21 frame holds: the luma plane and height / 2 chroma rows.
+inline int64_t Nv21Bytes(uint32_t width, int64_t height) {
+  if (height <= 0) return 0;
+  return static_cast<int64_t>(width) * height + static_cast<int64_t>(width) * (height / 2);
+}
+
+// One axis of the crop rectangles: frame span [lo, hi) and crop span [start, end).
+struct Span {
+  int32_t lo, hi, start, end;
+};
+
+Span MapSpan(int32_t pos, int32_t len, uint32_t limit) {
+  Span s;
+  if (pos <= 0) {
+    s.lo = 0;
+    s.start = Wrap32(-static_cast<int64_t>(pos));
+  } else {
+    s.lo = pos;
+    s.start = 0;
+  }
+  if (static_cast<int64_t>(pos) + len <= static_cast<int64_t>(limit)) {
+    s.hi = Wrap32(static_cast<int64_t>(pos) + len);
+    s.end = len;
+  } else {
+    s.hi = Wrap32(limit);
+    s.end = Wrap32(static_cast<int64_t>(limit) - pos);
+  }
+  return s;
+}
+
+// Where one crop row reads: the two luma rows and the two chroma rows.
+struct RowBases {
+  int32_t y0, y1, c0, c1;
+};
+
+// True when every byte the row's entries read (luma pairs and chroma quads at offsets in
+// [omin, omax]) lies inside the frame, so the row can be gathered without per-byte checks.
+bool RowInsideFrame(const RowBases& rb, int32_t omin, int32_t omax, int64_t frameBytes) {
+  if (frameBytes > INT32_MAX) return false;  // offsets could wrap; take the checked gather
+  const int64_t lo = omin, hi = omax;
+  return rb.y0 + lo >= 0 && rb.y1 + lo >= 0 && rb.c0 + lo >= 0 && rb.c1 + lo >= 0 &&
+         rb.y0 + hi + 2 <= frameBytes && rb.y1 + hi + 2 <= frameBytes &&
+         rb.c0 + hi + 4 <= frameBytes && rb.c1 + hi + 4 <= frameBytes;
+}
+
+// Copies n bytes starting at frame index base + o into out, reading outside bytes as 0.
+template <bool kInside>
+inline void Fetch(const uint8_t* frame, int64_t frameBytes, int32_t base, int32_t o, int n,
+                  uint8_t* out) {
+  if (kInside) {
+    std::memcpy(out, frame + (static_cast<int64_t>(base) + o), static_cast<size_t>(n));
+  } else {
+    const int64_t at = Wrap32(static_cast<int64_t>(base) + o);
+    for (int t = 0; t < n; ++t) out[t] = SafeByte(frame, frameBytes, at + t);
+  }
+}
+
+template <bool kInside>
+void GatherGroup(const uint8_t* frame, int64_t frameBytes, const RowBases& rb, const int32_t* offs,
+                 Nv21Group8* g) {
+  for (int i = 0; i < 8; ++i) {
+    Fetch<kInside>(frame, frameBytes, rb.y0, offs[i], 2, g->lumaTop + 2 * i);
+    Fetch<kInside>(frame, frameBytes, rb.y1, offs[i], 2, g->lumaBottom + 2 * i);
+    Fetch<kInside>(frame, frameBytes, rb.c0, offs[i], 4, g->chromaTop + 4 * i);
+    Fetch<kInside>(frame, frameBytes, rb.c1, offs[i], 4, g->chromaBottom + 4 * i);
+  }
+}
+
+// One pixel of the one-at-a-time tail.
+template <bool kInside>
+void ConvertOne(const uint8_t* frame, int64_t frameBytes, const RowBases& rb, int32_t o,
+                uint8_t rgb[3]) {
+  uint8_t lt[2], lb[2], ct[4], cb[4];
+  Fetch<kInside>(frame, frameBytes, rb.y0, o, 2, lt);
+  Fetch<kInside>(frame, frameBytes, rb.y1, o, 2, lb);
+  Fetch<kInside>(frame, frameBytes, rb.c0, o, 4, ct);
+  Fetch<kInside>(frame, frameBytes, rb.c1, o, 4, cb);
+  const uint8_t ya = Avg2(Avg2(lt[0], lt[1]), Avg2(lb[0], lb[1]));
+  const uint8_t va = Avg2(Avg2(ct[0], ct[2]), Avg2(cb[0], cb[2]));
+  const uint8_t ua = Avg2(Avg2(ct[1], ct[3]), Avg2(cb[1], cb[3]));
+  YuvToRgbOne(ya, ua, va, rgb);
+}
+
+inline bool AboveMax(int32_t base, int32_t o, int32_t maxIndex) {
+  return Wrap32(static_cast<int64_t>(base) + o) > maxIndex;
+}
+
+// Converts one crop row: entries in whole groups of eight with the eight-wide form, the rest
+// one at a time. Returns false (after logging) when an entry's index passes maxIndex; the
+// entries before it stay written.
+template <bool kInside>
+bool ConvertRow(bool fast, const uint8_t* frame, int64_t frameBytes, const RowBases& rb,
+                const int32_t* list, int32_t n, int32_t maxIndex, uint8_t* rowR, uint8_t* rowG,
+                uint8_t* rowB) {
+  int32_t k = 0;
+  for (; k + 8 <= n; k += 8) {
+    for (int i = 0; i < 8; ++i) {
+      const int32_t o = list[k + i];
+      if (AboveMax(rb.y0, o, maxIndex) || AboveMax(rb.y1, o, maxIndex) ||
+          AboveMax(rb.c0, o, maxIndex) || AboveMax(rb.c1, o, maxIndex)) {
+        ZY_LOGE("Index out of yuv range!");
+        return false;
+      }
+    }
+    Nv21Group8 g;
+    GatherGroup<kInside>(frame, frameBytes, rb, list + k, &g);
+#if ZY_HAVE_NEON
+    if (fast) {
+      Nv21Group8ToRgb_NEON(g, rowR + k, rowG + k, rowB + k);
+      continue;
+    }
+#else
+    (void)fast;
+#endif
+    Nv21Group8ToRgb_C(g, rowR + k, rowG + k, rowB + k);
+  }
+  for (; k < n; ++k) {
+    const int32_t o = list[k];
+    // The one-at-a-time form checks the luma rows only.
+    if (AboveMax(rb.y0, o, maxIndex) || AboveMax(rb.y1, o, maxIndex)) {
+      ZY_LOGE("Index out of yuv range!");
+      return false;
+    }
+    uint8_t rgb[3];
+    ConvertOne<kInside>(frame, frameBytes, rb, o, rgb);
+    rowR[k] = rgb[0];
+    rowG[k] = rgb[1];
+    rowB[k] = rgb[2];
+  }
+  return true;
+}
+
+}  // namespace
+
+uint32_t ProcThreeChannelDataWith(KernelChoice choice, const uint8_t* frame, uint32_t width,
+                                  int32_t height, uint8_t* dst, int32_t outW, uint32_t outH,
+                                  const int32_t imageRect[4], const int32_t validRect[4],
+                                  float scale) {
+  if (frame == nullptr || dst == nullptr || imageRect == nullptr || validRect == nullptr) {
+    ZY_LOGE("%s: invalid input!", "ProcThreeChannelData");
+    return kFail;
+  }
+  const int32_t left = imageRect[0];
+  const int32_t top = imageRect[1];
+  const int32_t bottom = imageRect[3];
+  const int32_t startX = validRect[0];
+  const int32_t startY = validRect[1];
+  const int32_t endX = validRect[2];
+  const int32_t endY = validRect[3];
+  // When the crop touches the frame's last row its last four crop rows are dropped.
+  const int64_t rowLimit = bottom < height ? endY : static_cast<int64_t>(endY) - 4;
+
+  // Packed column list: entry k is written to output column k. Offsets are even so that luma
+  // pairs and chroma V,U pairs stay aligned.
+  int32_t stackList[kColumnListCapacity];
+  int32_t* heapList = nullptr;
+  int32_t* list = stackList;
+  if (outW > kColumnListCapacity) {
+    heapList = zy::NewArray<int32_t>(static_cast<size_t>(outW));
+    if (heapList == nullptr) return kFail;
+    list = heapList;
+  }
+  int32_t n = 0;
+  int32_t omin = INT32_MAX;
+  int32_t omax = INT32_MIN;
+  for (int32_t c = 0; c < outW; ++c) {
+    const int32_t sx = FloorToInt32(static_cast<float>(c) * scale);
+    if (sx < startX || sx >= static_cast<int64_t>(endX) - 1) continue;
+    const int32_t o = Wrap32(static_cast<int64_t>(static_cast<uint32_t>(
+        Wrap32(static_cast<int64_t>(sx) - startX)) & ~1u));
+    list[n++] = o;
+    omin = o < omin ? o : omin;
+    omax = o > omax ? o : omax;
+  }
+
+  uint32_t result = 0;
+  if (outH >= 1 && n > 0) {
+    const bool fast = UseFastKernels(choice);
+    const int64_t frameBytes = Nv21Bytes(width, height);
+    const int32_t maxIndex =
+        static_cast<int32_t>(width * static_cast<uint32_t>(height) * 3u) / 2 - 2;
+    const int32_t lumaBase = Wrap32(left + static_cast<int64_t>(static_cast<uint32_t>(top) * width));
+    const int32_t chromaBase =
+        Wrap32(static_cast<int64_t>(left) + static_cast<uint32_t>(width * static_cast<uint32_t>(height)) +
+               TruncToInt32(static_cast<float>(top) * 0.5f * static_cast<float>(width)));
+    const size_t plane = static_cast<size_t>(outW) * outH;
+    for (uint32_t r = 0; r < outH; ++r) {
+      const int32_t sy = FloorToInt32(static_cast<float>(r) * scale);
+      if (sy < startY || sy >= rowLimit - 1) continue;
+      const int32_t dy = Wrap32(static_cast<int64_t>(sy) - startY);
+      RowBases rb;
+      rb.y0 = Wrap32(lumaBase + static_cast<int64_t>(static_cast<uint32_t>(dy) * width));
+      rb.y1 = Wrap32(static_cast<int64_t>(rb.y0) + width);
+      rb.c0 = Wrap32(chromaBase + static_cast<int64_t>(static_cast<uint32_t>(dy >> 1) * width));
+      rb.c1 = Wrap32(static_cast<int64_t>(rb.c0) + width);
+      uint8_t* rowR = dst + static_cast<size_t>(r) * static_cast<size_t>(outW);
+      const bool ok =
+          RowInsideFrame(rb, omin, omax, frameBytes)
+              ? ConvertRow<true>(fast, frame, frameBytes, rb, list, n, maxIndex, rowR,
+                                 rowR + plane, rowR + 2 * plane)
+              : ConvertRow<false>(fast, frame, frameBytes, rb, list, n, maxIndex, rowR,
+                                  rowR + plane, rowR + 2 * plane);
+      if (!ok) {
+        result = kFail;
+        break;
+      }
+    }
+  }
+  delete[] heapList;
+  return result;
+}
+
+uint32_t ProcThreeChannelData(const uint8_t* frame, uint32_t width, int32_t height, uint8_t* dst,
+                              int32_t outW, uint32_t outH, const int32_t imageRect[4],
+                              const int32_t validRect[4], float scale) {
+  return ProcThreeChannelDataWith(kDefaultKernels, frame, width, height, dst, outW, outH,
+                                  imageRect, validRect, scale);
+}
+
+void ProcOneChannelDataBounded(const uint8_t* frame, uint64_t frameBytes, uint32_t width,
+                               uint8_t* dst, int32_t outW, int32_t outH,
+                               const int32_t imageRect[4], const int32_t validRect[4],
+                               float scale) {
+  if (frame == nullptr || dst == nullptr || imageRect == nullptr || validRect == nullptr ||
+      outW < 1 || outH < 1) {
+    return;
+  }
+  const int64_t size = frameBytes > INT64_MAX ? INT64_MAX : static_cast<int64_t>(frameBytes);
+  const int32_t left = imageRect[0];
+  const int32_t top = imageRect[1];
+  const int32_t startX = validRect[0];
+  const int32_t startY = validRect[1];
+  const int64_t colEnd = static_cast<int64_t>(validRect[2]) - 1;
+  const int64_t rowEnd = static_cast<int64_t>(validRect[3]) - 1;
+  for (int32_t r = 0; r < outH; ++r) {
+    const int32_t sy = FloorToInt32(static_cast<float>(r) * scale);
+    if (sy < startY || sy >= rowEnd) continue;
+    const uint32_t rowBase =
+        static_cast<uint32_t>(static_cast<int64_t>(top) + sy - startY) * width + static_cast<uint32_t>(left);
+    uint8_t* out = dst + static_cast<size_t>(r) * static_cast<size_t>(outW);
+    for (int32_t c = 0; c < outW; ++c) {
+      const int32_t sx = FloorToInt32(static_cast<float>(c) * scale);
+      if (sx < startX || sx >= colEnd) continue;
+      // The column is written in place (unlike the packed three-channel list).
+      const int64_t p = Wrap32(rowBase + static_cast<uint32_t>(static_cast<int64_t>(sx) - startX));
+      const uint8_t top2 = Avg2(SafeByte(frame, size, p), SafeByte(frame, size, p + 1));
+      const uint8_t bot2 = Avg2(SafeByte(frame, size, p + width), SafeByte(frame, size, p + width + 1));
+      out[c] = Avg2(top2, bot2);
+    }
+  }
+}
+
+void ProcOneChannelData(const uint8_t* frame, uint32_t width, uint8_t* dst, int32_t outW,
+                        int32_t outH, const int32_t imageRect[4], const int32_t validRect[4],
+                        float scale) {
+  // Without the frame's height the readable extent is taken from the rectangle: the luma
+  // rows above its bottom edge (every read of a rectangle built by the crop stays there).
+  const int64_t rows = imageRect != nullptr && imageRect[3] > 0 ? imageRect[3] : 0;
+  ProcOneChannelDataBounded(frame, static_cast<uint64_t>(rows) * width, width, dst, outW, outH,
+                            imageRect, validRect, scale);
+}
+
+uint32_t CropResizeYuv2rgbAccWith(KernelChoice choice, const uint8_t* frame, uint32_t width,
+                                  uint32_t height, uint8_t* dst, const float roi[4], int32_t outW,
+                                  uint32_t outH, uint32_t channels) {
+  if (outW == 0) return kFail;
+  if (roi == nullptr) return kFail;  // nothing to cut; dst untouched
+
+  const int32_t x = TruncToInt32(roi[0]);
+  const int32_t y = TruncToInt32(roi[1]);
+  const int32_t w = TruncToInt32(roi[2]);
+  const int32_t h = TruncToInt32(roi[3]);
+
+  int32_t imageRect[4];  // left, top, right, bottom: frame pixels read (right, bottom exclusive)
+  int32_t validRect[4];  // startX, startY, endX, endY: the same in crop coordinates
+  const int clearImage = zy::memset_s(imageRect, sizeof imageRect, 0, sizeof imageRect);
+  const int clearValid = zy::memset_s(validRect, sizeof validRect, 0, sizeof validRect);
+  if (clearImage == 0 && clearValid == 0) {
+    const Span sx = MapSpan(x, w, width);
+    const Span sy = MapSpan(y, h, height);
+    // Chroma pairs start at even pixels: an odd edge moves one pixel left or up, while the
+    // crop coordinates stay as they were (the crop shifts by that pixel).
+    imageRect[0] = sx.lo - (sx.lo & 1);
+    imageRect[1] = sy.lo - (sy.lo & 1);
+    imageRect[2] = sx.hi;
+    imageRect[3] = sy.hi;
+    validRect[0] = sx.start;
+    validRect[1] = sy.start;
+    validRect[2] = sx.end;
+    validRect[3] = sy.end;
+    // Padding: whatever the paths below do not write stays 0. A size that memset_s refuses
+    // (0, or above 2^31 - 1) leaves dst as it is.
+    const uint64_t dstBytes =
+        outW > 0 ? static_cast<uint64_t>(outW) * outH * channels : 0;
+    (void)zy::memset_s(dst, static_cast<size_t>(dstBytes), 0, static_cast<size_t>(dstBytes));
+  }
+
+  // One scale for both axes, from the width alone: callers pass a region whose aspect ratio
+  // is outW : outH.
+  const float scale = static_cast<float>(w) / static_cast<float>(outW);
+  if (channels == 3) {
+    if (ProcThreeChannelDataWith(choice, frame, width, static_cast<int32_t>(height), dst, outW,
+                                 outH, imageRect, validRect, scale) != 0) {
+      ZY_LOGE("%s: ProcThreeChannelData failed!", "CropResizeYuv2rgbAcc");
+      return kFail;
+    }
+    return 0;
+  }
+  // dst holds outW * outH * channels bytes: with no channels there is no plane to write.
+  if (channels != 0) {
+    ProcOneChannelDataBounded(frame, static_cast<uint64_t>(Nv21Bytes(width, height)), width, dst,
+                              outW, static_cast<int32_t>(outH), imageRect, validRect, scale);
+  }
+  return 0;
+}
+
+uint32_t CropResizeYuv2rgbAcc(const uint8_t* frame, uint32_t width, uint32_t height, uint8_t* dst,
+                              const float roi[4], int32_t outW, uint32_t outH, uint32_t channels) {
+  return CropResizeYuv2rgbAccWith(kDefaultKernels, frame, width, height, dst, roi, outW, outH,
+                                  channels);
+}

@@ -1,0 +1,48 @@
+// Pixel rows of the crop: the two fixed-point colour forms and the eight-pixel group kernel,
+// each as a plain scalar reference with its NEON counterpart beside it. Internal to the library.
+#pragma once
+
+#include <cstdint>
+
+#include "features/kernel_choice.h"
+
+// One pixel in the one-at-a-time form: 10 fractional bits in 32-bit arithmetic, luma clamped
+// up to 16 first. Writes rgb[0..2] = R, G, B.
+void YuvToRgbOne(uint8_t y, uint8_t u, uint8_t v, uint8_t rgb[3]);
+
+// One pixel in the eight-wide form: 6 fractional bits, every sum wrapping in 16-bit two's
+// complement before the clamp (luma 255 with U 250 gives B = 0 here, 255 in the other form).
+// This is the reference the vector kernel must match.
+void YuvToRgbWide(uint8_t y, uint8_t u, uint8_t v, uint8_t rgb[3]);
+
+// The frame bytes of eight output pixels, gathered at their column offsets o[i]:
+// luma pairs P[y + o[i]], P[y + o[i] + 1] and chroma quads V, U, V, U from P[c + o[i]].
+struct Nv21Group8 {
+  uint8_t lumaTop[16];
+  uint8_t lumaBottom[16];
+  uint8_t chromaTop[32];
+  uint8_t chromaBottom[32];
+};
+
+// Averages each pixel's 2x2 luma and its two V and two U pairs (rounding halving averages,
+// pairs first) and converts them in the eight-wide form into r[0..7], g[0..7], b[0..7].
+void Nv21Group8ToRgb_C(const Nv21Group8& s, uint8_t* r, uint8_t* g, uint8_t* b);
+#if ZY_HAVE_NEON
+void Nv21Group8ToRgb_NEON(const Nv21Group8& s, uint8_t* r, uint8_t* g, uint8_t* b);
+#endif
+
+// The crop with a chosen kernel set; the public functions run it with kDefaultKernels.
+uint32_t CropResizeYuv2rgbAccWith(KernelChoice choice, const uint8_t* frame, uint32_t width,
+                                  uint32_t height, uint8_t* dst, const float roi[4], int32_t outW,
+                                  uint32_t outH, uint32_t channels);
+uint32_t ProcThreeChannelDataWith(KernelChoice choice, const uint8_t* frame, uint32_t width,
+                                  int32_t height, uint8_t* dst, int32_t outW, uint32_t outH,
+                                  const int32_t imageRect[4], const int32_t validRect[4],
+                                  float scale);
+
+// The one-channel path reading only bytes [0, frameBytes) of the frame; anything outside
+// reads as 0.
+void ProcOneChannelDataBounded(const uint8_t* frame, uint64_t frameBytes, uint32_t width,
+                               uint8_t* dst, int32_t outW, int32_t outH,
+                               const int32_t imageRect[4], const int32_t validRect[4],
+                               float scale);
