@@ -1,0 +1,84 @@
+// Pieces of the gradient feature drivers, with the fast rows beside their scalar references.
+// Internal to the library; tests call them directly.
+#pragma once
+
+#include <cstdint>
+
+#include "features/hog_features.h"
+#include "features/kernel_choice.h"
+
+// Cosine and sine of the nine orientation sectors k * 20 degrees (entry 9 is kept for
+// completeness and never read): cosf / sinf of ((float)k * (float)pi) / 9.0f, every step in
+// single precision. The bit patterns are the definition; tests hold them.
+extern const float kSectorCos[10];
+extern const float kSectorSin[10];
+
+struct OrientationBins {
+  uint32_t signedBin;    // 0..17: sector k, or k + 9 when the gradient points against it
+  uint32_t unsignedBin;  // 0..8
+};
+
+// The sector whose direction (either sign) has the largest projection of (dx, dy); strict
+// comparisons, so the first sector reaching the maximum keeps it. Zero gives (0, 0).
+OrientationBins FindOrientationBin(int32_t dx, int32_t dy, const float* sectorCos,
+                                   const float* sectorSin);
+
+// Central differences of rows 1 .. height - 2, columns 1 .. width - 2 (16-bit signed); border
+// entries are not written. One plane: gradBufA/B[d]. Three planar colour planes: channels
+// interleaved, gradBufA/B[3d + ch]. Nothing happens below 3 rows or 3 columns.
+void ComputeGradients1(const uint8_t* data, int32_t width, int32_t height, int16_t* gradBufA,
+                       int16_t* gradBufB, KernelChoice choice = kDefaultKernels);
+void ComputeGradients3(const uint8_t* data, int32_t width, int32_t height, int16_t* gradBufA,
+                       int16_t* gradBufB, KernelChoice choice = kDefaultKernels);
+
+// Per interior pixel: magnitude sqrt(dx^2 + dy^2) into gradMag[d], unsigned and signed bins
+// into gradBins[2d], gradBins[2d + 1]. The three-channel form (channels must be 3) takes the
+// channel of the largest squared magnitude, the earlier one on ties.
+void ComputeMagnitudeBins1(int32_t width, int32_t height, const int16_t* gradBufA,
+                           const int16_t* gradBufB, float* gradMag, const float* sectorCos,
+                           const float* sectorSin, uint32_t* gradBins,
+                           KernelChoice choice = kDefaultKernels);
+void ComputeMagnitudeBins3(int32_t width, int32_t height, int32_t channels,
+                           const int16_t* gradBufA, const int16_t* gradBufB, float* gradMag,
+                           const float* sectorCos, const float* sectorSin, uint32_t* gradBins,
+                           KernelChoice choice = kDefaultKernels);
+
+// The drivers with a chosen kernel set; featuresPerCell is 27 (full) or 9 (light).
+uint32_t ComputeCellHistogramsWith(KernelChoice choice, uint32_t featuresPerCell,
+                                   const FeatureImage* image, uint32_t cellSize,
+                                   float* cellFeat, int16_t* gradBufA, int16_t* gradBufB,
+                                   float* gradMag, uint32_t* gradBins);
+
+// Row kernels. Gradients of n pixels of one row: `row` points at the first pixel, whose left
+// and right neighbours are row[-1] and row[1]; `above` / `below` at the pixels straight up
+// and down. Three-channel rows take the three planes' pointers and write interleaved.
+void GradientRow1_C(const uint8_t* row, const uint8_t* above, const uint8_t* below, int32_t n,
+                    int16_t* gx, int16_t* gy);
+void GradientRow3_C(const uint8_t* const row[3], const uint8_t* const above[3],
+                    const uint8_t* const below[3], int32_t n, int16_t* gx3, int16_t* gy3);
+// Magnitudes and bins of n pixels: dx, dy one per pixel (1) or three interleaved (3).
+void MagnitudeBinsRow1_C(const int16_t* dx, const int16_t* dy, int32_t n, const float* sectorCos,
+                         const float* sectorSin, float* mag, uint32_t* bins);
+void MagnitudeBinsRow3_C(const int16_t* dx3, const int16_t* dy3, int32_t n,
+                         const float* sectorCos, const float* sectorSin, float* mag,
+                         uint32_t* bins);
+#if ZY_HAVE_NEON
+// Eight pixels at a time, then the scalar rows for the rest.
+void GradientRow1_NEON(const uint8_t* row, const uint8_t* above, const uint8_t* below, int32_t n,
+                       int16_t* gx, int16_t* gy);
+void GradientRow3_NEON(const uint8_t* const row[3], const uint8_t* const above[3],
+                       const uint8_t* const below[3], int32_t n, int16_t* gx3, int16_t* gy3);
+// Four pixels at a time, then the scalar rows for the rest.
+void MagnitudeBinsRow1_NEON(const int16_t* dx, const int16_t* dy, int32_t n,
+                            const float* sectorCos, const float* sectorSin, float* mag,
+                            uint32_t* bins);
+void MagnitudeBinsRow3_NEON(const int16_t* dx3, const int16_t* dy3, int32_t n,
+                            const float* sectorCos, const float* sectorSin, float* mag,
+                            uint32_t* bins);
+#endif
+
+// Cell weights for offsets t = 0 .. cellSize - 1 (cellSize at most 4): nearestCell[t] is the
+// direction (-1 or +1) of the neighbour cell a pixel also feeds, cellWeights[2t] the weight of
+// its own cell and cellWeights[2t + 1] that of the neighbour. Size 4 gives (0.625, 0.375),
+// (0.875, 0.125), (0.875, 0.125), (0.625, 0.375).
+void ComputeCellWeights(uint32_t cellSize, int32_t nearestCell[4], float cellWeights[8]);

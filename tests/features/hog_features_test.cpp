@@ -1,0 +1,336 @@
+// Gradient histograms: the sector tables from their bit patterns, the orientation search,
+// the channel choice, the cell weights, the accumulation and border rules of both drivers,
+// and the fast rows against the scalar references.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <set>
+#include <vector>
+
+#include "common/zy_alloc.h"
+#include "features/hog_features.h"
+#include "features/hog_rows.h"
+#include "support/nv21_frames.h"
+
+namespace {
+
+uint32_t Bits(float f) {
+  uint32_t b;
+  std::memcpy(&b, &f, sizeof b);
+  return b;
+}
+
+// The tracker's scratch for one patch, zeroed as the tracker allocates it.
+struct Scratch {
+  int w, h, ch, F;
+  std::vector<uint8_t> img;
+  std::vector<int16_t> a, b;
+  std::vector<float> mag;
+  std::vector<uint32_t> bins;
+  std::vector<float> feat;
+  Scratch(int width, int height, int channels, int features, int cellSize = 4)
+      : w(width), h(height), ch(channels), F(features),
+        img(static_cast<size_t>(width) * height * channels),
+        a(img.size()), b(img.size()), mag(static_cast<size_t>(width) * height),
+        bins(2 * mag.size()), feat(static_cast<size_t>(width / cellSize) * (height / cellSize) * features) {}
+  uint8_t& Px(int c, int y, int x) { return img[(static_cast<size_t>(c) * h + y) * w + x]; }
+  size_t D(int y, int x) const { return static_cast<size_t>(y) * w + x; }
+  uint32_t Run(KernelChoice choice = kDefaultKernels, bool withData = true, bool withGrad = true,
+               uint32_t cellSize = 4) {
+    const FeatureImage fi{h, w, withData ? img.data() : nullptr, ch};
+    return ComputeCellHistogramsWith(choice, static_cast<uint32_t>(F), &fi, cellSize, feat.data(),
+                                     withGrad ? a.data() : nullptr, withGrad ? b.data() : nullptr,
+                                     mag.data(), bins.data());
+  }
+  // Bin indices holding any mass over all cells.
+  std::set<int> UsedBins() const {
+    std::set<int> used;
+    for (size_t i = 0; i < feat.size(); ++i) {
+      if (feat[i] != 0.f) used.insert(static_cast<int>(i % F));
+    }
+    return used;
+  }
+};
+
+TEST(SectorTables, BitPatternsAndDerivation) {
+  const uint32_t cosBits[10] = {0x3f800000, 0x3f708fb2, 0x3f441b7d, 0x3effffff, 0x3e31d0cf,
+                                0xbe31d0dc, 0xbf000001, 0xbf441b80, 0xbf708fb3, 0xbf800000};
+  const uint32_t sinBits[10] = {0x00000000, 0x3eaf1d44, 0x3f248dbb, 0x3f5db3d8, 0x3f7c1c5d,
+                                0x3f7c1c5c, 0x3f5db3d7, 0x3f248db8, 0x3eaf1d3f, 0xb3bbbd2e};
+  const float piF = static_cast<float>(3.14159265358979323846);
+  float c[10], s[10];
+  InitSectorTables(c, s, 10, 10);
+  for (int k = 0; k < 10; ++k) {
+    EXPECT_EQ(Bits(kSectorCos[k]), cosBits[k]) << k;
+    EXPECT_EQ(Bits(kSectorSin[k]), sinBits[k]) << k;
+    EXPECT_EQ(Bits(c[k]), cosBits[k]) << k;
+    EXPECT_EQ(Bits(s[k]), sinBits[k]) << k;
+    // The angle (k * pi) / 9 with each step in single precision; its cosine and sine rounded
+    // once from double.
+    const float angle = static_cast<float>(k) * piF / 9.0f;
+    EXPECT_EQ(Bits(static_cast<float>(std::cos(static_cast<double>(angle)))), cosBits[k]) << k;
+    EXPECT_EQ(Bits(static_cast<float>(std::sin(static_cast<double>(angle)))), sinBits[k]) << k;
+  }
+  float big[12];
+  std::fill(big, big + 12, 7.f);
+  InitSectorTables(big, s, 12, 9);  // a count below 10: nothing written
+  InitSectorTables(big, nullptr, 12, 12);
+  EXPECT_EQ(big[0], 7.f);
+  InitSectorTables(big, s, 12, 10);
+  EXPECT_EQ(big[1], kSectorCos[1]);
+  EXPECT_EQ(big[10], 7.f);
+}
+
+TEST(OrientationBins, SectorSearch) {
+  struct Case {
+    int dx, dy;
+    uint32_t signedBin, unsignedBin;
+  };
+  const Case cases[] = {
+      {0, 0, 0, 0},     // zero gradient
+      {5, 0, 0, 0},     // along sector 0
+      {-5, 0, 9, 0},    // dot_0 < 0 and nothing larger: the opposite of sector 0
+      {0, 5, 4, 4},     // 90 degrees: sector 4 (80) projects 0.98480779, sector 5 0.98480773
+      {0, -5, 13, 4},
+      {3, 4, 3, 3},     // 53.1 degrees: nearest sector 60
+      {-3, -4, 12, 3},
+      {1, 1, 2, 2},     // 45 degrees: sector 40
+      {-10, 2, 8, 8},   // 168.7 degrees: sector 160 projects 10.08, the opposite of 0 only 10
+  };
+  for (const Case& c : cases) {
+    const OrientationBins b = FindOrientationBin(c.dx, c.dy, kSectorCos, kSectorSin);
+    EXPECT_EQ(b.signedBin, c.signedBin) << c.dx << "," << c.dy;
+    EXPECT_EQ(b.unsignedBin, c.unsignedBin) << c.dx << "," << c.dy;
+  }
+}
+
+TEST(CellWeights, SizeFour) {
+  int32_t nearest[4];
+  float w[8];
+  ComputeCellWeights(4, nearest, w);
+  const int32_t wantNearest[4] = {-1, -1, 1, 1};
+  const float want[8] = {0.625f, 0.375f, 0.875f, 0.125f, 0.875f, 0.125f, 0.625f, 0.375f};
+  for (int t = 0; t < 4; ++t) EXPECT_EQ(nearest[t], wantNearest[t]);
+  for (int t = 0; t < 8; ++t) EXPECT_EQ(w[t], want[t]);
+}
+
+TEST(CellHistograms, EdgesLandInExpectedBins) {
+  // A vertical step gives dx = +-100 at columns 7 and 8 (central differences), a horizontal
+  // step dy = +-100 at rows 7 and 8. Full form: unsigned bin, then 9 + signed bin.
+  struct Case {
+    bool vertical;
+    bool brightFirst;
+    std::set<int> full;
+    std::set<int> light;
+  };
+  const Case cases[] = {
+      {true, false, {0, 9}, {0}},    // dx > 0: sector 0
+      {true, true, {0, 18}, {0}},    // dx < 0: signed 9
+      {false, false, {4, 13}, {4}},  // dy > 0: sector 4
+      {false, true, {4, 22}, {4}},   // dy < 0: signed 13
+  };
+  for (const Case& c : cases) {
+    for (int F : {27, 9}) {
+      for (KernelChoice kc : {KernelChoice::kReference, KernelChoice::kFast}) {
+        Scratch s(16, 16, 1, F);
+        for (int y = 0; y < 16; ++y) {
+          for (int x = 0; x < 16; ++x) {
+            const bool second = (c.vertical ? x : y) >= 8;
+            s.Px(0, y, x) = (second != c.brightFirst) ? 110 : 10;
+          }
+        }
+        ASSERT_EQ(s.Run(kc), 0u);
+        EXPECT_EQ(s.UsedBins(), F == 27 ? c.full : c.light);
+        const size_t d = c.vertical ? s.D(5, 7) : s.D(7, 5);
+        EXPECT_EQ(s.mag[d], 100.f);
+        EXPECT_EQ(c.vertical ? s.a[d] : s.b[d], c.brightFirst ? -100 : 100);
+      }
+    }
+  }
+}
+
+TEST(CellHistograms, StrongestColourChannelEarlierOnTies) {
+  // R steps along x, G along y, both by 100: at (7, 7) both have squared magnitude 10000 and
+  // R, the earlier channel, gives the orientation. A stronger B (step -120) wins outright.
+  for (KernelChoice kc : {KernelChoice::kReference, KernelChoice::kFast}) {
+    Scratch s(16, 16, 3, 27);
+    for (int y = 0; y < 16; ++y) {
+      for (int x = 0; x < 16; ++x) {
+        s.Px(0, y, x) = x < 8 ? 10 : 110;
+        s.Px(1, y, x) = y < 8 ? 10 : 110;
+        s.Px(2, y, x) = 20;
+      }
+    }
+    ASSERT_EQ(s.Run(kc), 0u);
+    EXPECT_EQ(s.a[3 * s.D(3, 7) + 0], 100);  // channels interleaved per pixel
+    EXPECT_EQ(s.b[3 * s.D(7, 3) + 1], 100);
+    EXPECT_EQ(s.bins[2 * s.D(7, 7)], 0u);
+    EXPECT_EQ(s.bins[2 * s.D(3, 7)], 0u);
+    EXPECT_EQ(s.bins[2 * s.D(7, 3)], 4u);
+    EXPECT_EQ(s.mag[s.D(7, 7)], 100.f);
+    for (int y = 0; y < 16; ++y) {
+      for (int x = 0; x < 16; ++x) std::swap(s.Px(0, y, x), s.Px(1, y, x));
+    }
+    ASSERT_EQ(s.Run(kc), 0u);
+    EXPECT_EQ(s.bins[2 * s.D(7, 7)], 4u);  // now R is the horizontal step
+    for (int y = 0; y < 16; ++y) {
+      for (int x = 0; x < 16; ++x) s.Px(2, y, x) = x < 8 ? 130 : 10;
+    }
+    ASSERT_EQ(s.Run(kc), 0u);
+    EXPECT_EQ(s.bins[2 * s.D(7, 7)], 0u);
+    EXPECT_EQ(s.bins[2 * s.D(7, 7) + 1], 9u);
+    EXPECT_EQ(s.mag[s.D(7, 7)], 120.f);
+  }
+}
+
+// One pixel's magnitude and bins put straight into the scratch (no gradients computed: the
+// drivers then accumulate what the buffers hold); returns the cell map.
+std::vector<float> Deposit(int w, int h, int F, int y, int x, float r, uint32_t u, uint32_t sg,
+                           float fill = 0.f) {
+  Scratch s(w, h, F == 27 ? 1 : 2, F);
+  std::fill(s.feat.begin(), s.feat.end(), fill);
+  s.mag[s.D(y, x)] = r;
+  s.bins[2 * s.D(y, x)] = u;
+  s.bins[2 * s.D(y, x) + 1] = sg;
+  EXPECT_EQ(s.Run(kDefaultKernels, false, false), 0u);
+  return s.feat;
+}
+
+// Expects exactly the listed (cell, bin) entries to differ from `fill`, by the given amounts.
+struct Entry {
+  int cell, bin;
+  float value;
+};
+void ExpectEntries(const std::vector<float>& feat, int F, std::vector<Entry> entries, float fill = 0.f) {
+  std::vector<float> want(feat.size(), fill);
+  for (const Entry& e : entries) want[static_cast<size_t>(e.cell) * F + e.bin] = fill + e.value;
+  for (size_t i = 0; i < feat.size(); ++i) EXPECT_EQ(feat[i], want[i]) << "cell " << i / F << " bin " << i % F;
+}
+
+TEST(CellHistograms, OnePixelSpreadsOverNearestCells) {
+  // 16 x 16, cells of 4: pixel (5, 6) sits at row offset 1 (weights 0.875 / 0.125 towards the
+  // cell above) and column offset 2 (0.875 / 0.125 towards the right).
+  const float r = 2.f;
+  ExpectEntries(Deposit(16, 16, 9, 5, 6, r, 7, 0), 9,
+                {{5, 7, (r * 0.875f) * 0.875f},    // own cell (1, 1)
+                 {1, 7, (r * 0.875f) * 0.125f},    // (0, 1)
+                 {6, 7, 0.875f * (r * 0.125f)},    // (1, 2)
+                 {2, 7, (r * 0.125f) * 0.125f}});  // (0, 2)
+  // Full form: the same amounts at the unsigned bin and at 9 + signed bin.
+  ExpectEntries(Deposit(16, 16, 27, 5, 6, r, 7, 16), 27,
+                {{5, 7, 1.53125f}, {1, 7, 0.21875f}, {6, 7, 0.21875f}, {2, 7, 0.03125f},
+                 {5, 25, 1.53125f}, {1, 25, 0.21875f}, {6, 25, 0.21875f}, {2, 25, 0.03125f}});
+  // Added onto what the buffer holds, never cleared.
+  ExpectEntries(Deposit(16, 16, 9, 5, 6, r, 7, 0, 1000.f), 9,
+                {{5, 7, 1000.f + 1.53125f - 1000.f}, {1, 7, 1000.f + 0.21875f - 1000.f},
+                 {6, 7, 1000.f + 0.21875f - 1000.f}, {2, 7, 1000.f + 0.03125f - 1000.f}},
+                1000.f);
+}
+
+TEST(CellHistograms, BorderRules) {
+  // Neighbours outside the map are dropped, not folded back: (1, 1) points up and left.
+  ExpectEntries(Deposit(16, 16, 9, 1, 1, 1.f, 3, 0), 9, {{0, 3, 0.875f * 0.875f}});
+  // Row 0 and column 0 are read (their scratch is whatever the owner keeps there).
+  ExpectEntries(Deposit(16, 16, 9, 0, 0, 1.f, 3, 0), 9, {{0, 3, 0.625f * 0.625f}});
+  // The last row and column contribute nothing: a 64 x 64 patch gives 16 x 16 cells.
+  EXPECT_EQ(Deposit(64, 64, 9, 63, 10, 1.f, 3, 0).size(), 16u * 16u * 9u);
+  ExpectEntries(Deposit(64, 64, 9, 63, 10, 1.f, 3, 0), 9, {});
+  ExpectEntries(Deposit(64, 64, 27, 10, 63, 1.f, 3, 0), 27, {});
+  // (62, 62) leans towards cells 16, off the map on both axes: only its own cell (15, 15).
+  ExpectEntries(Deposit(64, 64, 9, 62, 62, 1.f, 3, 0), 9, {{255, 3, 0.875f * 0.875f}});
+  // Width 18: 4 cell columns; columns 16 and 17 lie past them and are ignored, column 15
+  // still counts (x < width - 1).
+  ExpectEntries(Deposit(18, 16, 9, 6, 16, 1.f, 3, 0), 9, {});
+  ExpectEntries(Deposit(18, 16, 9, 6, 15, 1.f, 3, 0), 9, {{7, 3, 0.625f * 0.875f}, {11, 3, 0.625f * 0.125f}});
+}
+
+TEST(CellHistograms, PlantedDifferencesThroughTheFullDriver) {
+  // No image data: the differences in the scratch still yield magnitude 5 and sector 3.
+  Scratch s(16, 16, 1, 27);
+  s.a[s.D(5, 6)] = 3;
+  s.b[s.D(5, 6)] = 4;
+  ASSERT_EQ(s.Run(kDefaultKernels, false, true), 0u);
+  EXPECT_EQ(s.mag[s.D(5, 6)], 5.f);
+  ExpectEntries(s.feat, 27, {{5, 3, 3.828125f}, {1, 3, 0.546875f}, {6, 3, 0.546875f}, {2, 3, 0.078125f},
+                             {5, 12, 3.828125f}, {1, 12, 0.546875f}, {6, 12, 0.546875f}, {2, 12, 0.078125f}});
+}
+
+TEST(CellHistograms, RejectedArgumentsTouchNothing) {
+  Scratch s(16, 16, 2, 27);
+  std::fill(s.feat.begin(), s.feat.end(), 5.f);
+  EXPECT_EQ(s.Run(), 9u);  // the full form takes 1 or 3 channels only
+  s.ch = 1;
+  EXPECT_EQ(s.Run(kDefaultKernels, true, true, 0), 9u);
+  EXPECT_EQ(s.Run(kDefaultKernels, true, true, 5), 9u);  // beyond the fixed weight storage
+  EXPECT_EQ(ComputeCellHistograms(nullptr, 4, s.feat.data(), s.a.data(), s.b.data(), s.mag.data(), s.bins.data()), 9u);
+  for (float v : s.feat) ASSERT_EQ(v, 5.f);
+  for (int16_t v : s.a) ASSERT_EQ(v, 0);
+}
+
+TEST(CellHistograms, FastRowsEqualReference) {
+  TestRng rng(21);
+#if ZY_HAVE_NEON
+  // Every difference pair two bytes can give, and the int16 extremes the scratch could hold.
+  std::vector<int16_t> dx, dy;
+  for (int p = -255; p <= 255; ++p) {
+    for (int q = -255; q <= 255; ++q) {
+      dx.push_back(static_cast<int16_t>(p));
+      dy.push_back(static_cast<int16_t>(q));
+    }
+  }
+  for (int p : {-32768, -32767, 32767, 0, 1}) {
+    for (int q : {-32768, 32767, 0, -1}) {
+      dx.push_back(static_cast<int16_t>(p));
+      dy.push_back(static_cast<int16_t>(q));
+    }
+  }
+  const int32_t n = static_cast<int32_t>(dx.size());
+  std::vector<float> magC(n), magN(n);
+  std::vector<uint32_t> binsC(2 * n), binsN(2 * n);
+  MagnitudeBinsRow1_C(dx.data(), dy.data(), n, kSectorCos, kSectorSin, magC.data(), binsC.data());
+  MagnitudeBinsRow1_NEON(dx.data(), dy.data(), n, kSectorCos, kSectorSin, magN.data(), binsN.data());
+  EXPECT_EQ(0, std::memcmp(magC.data(), magN.data(), n * sizeof(float)));
+  EXPECT_EQ(binsC, binsN);
+
+  // Three channels: random differences, many with equal squared magnitudes across channels.
+  const int16_t tied[][2] = {{3, 4}, {4, 3}, {-5, 0}, {0, 5}, {-4, -3}, {5, 0}};
+  std::vector<int16_t> dx3(3 * 4099), dy3(3 * 4099);
+  for (size_t i = 0; i < dx3.size(); ++i) {
+    const bool tie = rng.Next() % 2 == 0;
+    const int t = rng.Uniform(0, 5);
+    dx3[i] = static_cast<int16_t>(tie ? tied[t][0] : rng.Uniform(-255, 255));
+    dy3[i] = static_cast<int16_t>(tie ? tied[t][1] : rng.Uniform(-255, 255));
+  }
+  std::vector<float> m3C(4099), m3N(4099);
+  std::vector<uint32_t> b3C(2 * 4099), b3N(2 * 4099);
+  MagnitudeBinsRow3_C(dx3.data(), dy3.data(), 4099, kSectorCos, kSectorSin, m3C.data(), b3C.data());
+  MagnitudeBinsRow3_NEON(dx3.data(), dy3.data(), 4099, kSectorCos, kSectorSin, m3N.data(), b3N.data());
+  EXPECT_EQ(0, std::memcmp(m3C.data(), m3N.data(), m3C.size() * sizeof(float)));
+  EXPECT_EQ(b3C, b3N);
+#endif
+  // Whole drivers, every width from 1 to 20 (tails of the eight- and four-wide rows) and the
+  // tracker's 72 x 72; all scratch and the cell map must match bit for bit. Nothing allocates.
+  const long allocations = zy::AllocationCount();
+  for (int ch : {1, 3}) {
+    for (int F : {27, 9}) {
+      for (int w = 1; w <= 21; ++w) {
+        const int width = w == 21 ? 72 : w;
+        const int height = w == 21 ? 72 : 3 + (w * 7) % 11;
+        Scratch ref(width, height, ch, F), fast(width, height, ch, F);
+        for (auto& p : ref.img) p = static_cast<uint8_t>(rng.Next());
+        fast.img = ref.img;
+        ASSERT_EQ(ref.Run(KernelChoice::kReference), 0u);
+        ASSERT_EQ(fast.Run(KernelChoice::kFast), 0u);
+        EXPECT_EQ(ref.a, fast.a) << width << "x" << height << " ch " << ch;
+        EXPECT_EQ(ref.b, fast.b);
+        EXPECT_EQ(ref.bins, fast.bins);
+        EXPECT_EQ(0, std::memcmp(ref.mag.data(), fast.mag.data(), ref.mag.size() * sizeof(float)));
+        EXPECT_EQ(0, std::memcmp(ref.feat.data(), fast.feat.data(), ref.feat.size() * sizeof(float)));
+      }
+    }
+  }
+  EXPECT_EQ(zy::AllocationCount(), allocations);
+}
+
+}  // namespace
