@@ -3,6 +3,7 @@
 #   scripts/setup.sh test   compilers, CMake, GoogleTest, Benchmark, liblog, SIMDe, FFTW, clang
 #   scripts/setup.sh tool   the above plus OpenCV, ffmpeg and the sample footage (opencv-doc)
 #   scripts/setup.sh arm64  the above 'test' set plus the aarch64 cross compiler and qemu-user
+#                           (GoogleTest is then built from the sources in /usr/src/googletest)
 set -euo pipefail
 
 want=(build-essential cmake ninja-build pkg-config libgtest-dev libbenchmark-dev
@@ -11,7 +12,7 @@ for group in "$@"; do
   case "$group" in
     test) ;;
     tool) want+=(libopencv-dev ffmpeg opencv-doc) ;;
-    arm64) want+=(g++-aarch64-linux-gnu qemu-user) ;;
+    arm64) want+=(g++-aarch64-linux-gnu qemu-user googletest) ;;
     *) echo "setup.sh: unknown group '$group' (test, tool, arm64)" >&2; exit 2 ;;
   esac
 done
