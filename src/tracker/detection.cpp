@@ -1,0 +1,177 @@
+// Detection and update: response peak with sub-cell refinement, the three-scale search, the
+// lost-target fallback, the clamps, retraining and size smoothing.
+#include "common/zy_log.h"
+#include "fft/fft2d.h"
+#include "tracker/tracker_ops.h"
+
+namespace {
+
+// The scale search runs only on a peak at least this strong.
+constexpr float kScaleSearchGate = 0.18f;
+// Below this peak the target counts as lost for the frame and the box stays where it was.
+constexpr float kLostThreshold = 0.07f;
+
+// Offset of a peak from its neighbours l and r by a parabola through the three values.
+float SubCellOffset(float l, float p, float r) {
+  const float divisor = 2 * p - r - l;
+  return divisor != 0 ? (r - l) * 0.5f / divisor : 0.f;
+}
+
+// Keeps a box on the frame: one pixel column or row at least overlaps it; the margins 1 and
+// -2 are the tuned ones.
+void ClampToFrame(TrackerRoi& b, float W, float H) {
+  if (b.x + b.width <= 0) b.x = 1 - b.width;
+  if (b.y + b.height <= 0) b.y = 1 - b.height;
+  if (b.x >= W - 1) b.x = W - 2;
+  if (b.y >= H - 1) b.y = H - 2;
+}
+
+void CopyFrame(TrackingInp& t, const FrameView& frame) {
+  t.frameHeight = static_cast<uint32_t>(frame.height);
+  t.frameWidth = static_cast<uint32_t>(frame.width);
+  t.frameData = frame.data;
+  t.frameChannels = static_cast<uint32_t>(frame.channels);
+  t.frameReserved = frame.reserved;
+}
+
+}  // namespace
+
+void locatePeak(const float* response, int32_t sx, int32_t sy, float* peakValue, float res[2]) {
+  // First strict maximum in row-major order, from 0.0 at (0, 0), compared in double: a
+  // response that is nowhere positive gives peak 0 at the origin.
+  double best = 0.0;
+  int32_t row = 0, col = 0;
+  for (int32_t i = 0; i < sy; ++i) {
+    for (int32_t j = 0; j < sx; ++j) {
+      const double v = response[i * sx + j];
+      if (v > best) {
+        best = v;
+        row = i;
+        col = j;
+      }
+    }
+  }
+  const float p = static_cast<float>(best);
+  *peakValue = p;
+  float px = static_cast<float>(col);
+  float py = static_cast<float>(row);
+  // Refinement only away from the border of each axis.
+  if (col >= 1 && col < sx - 1) {
+    px += SubCellOffset(response[row * sx + col - 1], p, response[row * sx + col + 1]);
+  }
+  if (row >= 1 && row < sy - 1) {
+    py += SubCellOffset(response[(row - 1) * sx + col], p, response[(row + 1) * sx + col]);
+  }
+  res[0] = px - static_cast<float>(sx) * 0.5f;
+  res[1] = py - static_cast<float>(sy) * 0.5f;
+}
+
+void detect(TrackingInp& t, const Complex* z, const Complex* x, float* peakValue, float res[2]) {
+  if (res == nullptr) {
+    ZY_LOGE("Detect P is null");
+    return;
+  }
+  if (t.kf == nullptr || t.alphaf == nullptr || t.specC == nullptr || t.response == nullptr ||
+      peakValue == nullptr || t.sizeX < 1 || t.sizeY < 1) {
+    return;
+  }
+  gaussianCorrelation(t, z, x, t.patchEnergy, t.modelEnergy);
+  const int32_t sx = t.sizeX, sy = t.sizeY;
+  mulSpectrums(t.alphaf, t.kf, t.kf, sy, static_cast<uint32_t>(sx), 0);
+  const float* kf = reinterpret_cast<const float*>(t.kf);
+  float* spec = reinterpret_cast<float*>(t.specC);
+  Fft2D(kf + 1, kf, spec + 1, spec, t.fftSize, +1);
+  const float n = static_cast<float>(sx * sy);
+  for (int32_t k = 0; k < sx * sy; ++k) t.response[k] = t.specC[k].re / n;
+
+  locatePeak(t.response, sx, sy, peakValue, res);
+}
+
+uint32_t updateTracker(TrackingInp& t, FrameView frame, float* resultRoi) {
+  if (resultRoi == nullptr) {
+    ZY_LOGV("resultRoi is null");
+    return 9;
+  }
+  CopyFrame(t, frame);
+  const float cx = t.roi.x + t.roi.width * 0.5f;
+  const float cy = t.roi.y + t.roi.height * 0.5f;
+  float w = t.roi.width;
+  float h = t.roi.height;
+
+  float peak = 0.f;
+  float res[2] = {0.f, 0.f};
+  getFeatures(t, t.featBuf, &t.patchEnergy, 1.0f);
+  detect(t, t.featBuf, t.modelFeat, &peak, res);
+
+  if (peak >= kScaleSearchGate && t.scaleStep != 1.0f) {
+    float p1 = 0.f, res1[2] = {0.f, 0.f};
+    getFeatures(t, t.featBuf, &t.patchEnergy, 1.0f / t.scaleStep);
+    detect(t, t.featBuf, t.modelFeat, &p1, res1);
+    if (t.scaleWeight * p1 > peak) {
+      peak = p1;
+      res[0] = res1[0];
+      res[1] = res1[1];
+      t.scale /= t.scaleStep;
+      w /= t.scaleStep;
+      h /= t.scaleStep;
+    }
+    // Extracted at the scale step a left, so after a smaller winner this retests the start.
+    float p2 = 0.f, res2[2] = {0.f, 0.f};
+    getFeatures(t, t.featBuf, &t.patchEnergy, t.scaleStep);
+    detect(t, t.featBuf, t.modelFeat, &p2, res2);
+    if (t.scaleWeight * p2 > peak) {
+      peak = p2;
+      res[0] = res2[0];
+      res[1] = res2[1];
+      t.scale *= t.scaleStep;
+      w *= t.scaleStep;
+      h *= t.scaleStep;
+    }
+  }
+  t.peakValue = peak;
+
+  const float cell = static_cast<float>(t.cellSize);
+  t.roi = TrackerRoi{cx - w * 0.5f + res[0] * cell * t.scale, cy - h * 0.5f + res[1] * cell * t.scale, w, h};
+  if (peak < kLostThreshold) {
+    ZY_LOGE("res.x:%f,res.y:%f,peakValue:%f,width:%f,height:%f", res[0], res[1], peak, w, h);
+    t.roi = t.lastRoi;  // the box holds; the model still learns at it below
+  }
+  const float W = static_cast<float>(t.frameWidth);
+  const float H = static_cast<float>(t.frameHeight);
+  ClampToFrame(t.roi, W, H);
+  if (t.roi.width < 0 || t.roi.height < 0) {
+    resultRoi[0] = t.lastRoi.x;
+    resultRoi[1] = t.lastRoi.y;
+    resultRoi[2] = t.lastRoi.width;
+    resultRoi[3] = t.lastRoi.height;
+    return 9;
+  }
+
+  getFeatures(t, t.featBuf, &t.modelEnergy, 1.0f);
+  if (t.featBuf != nullptr) {
+    gaussianCorrelation(t, t.featBuf, t.featBuf, t.modelEnergy, t.modelEnergy);
+    solveFilter(t.probf, t.kf, t.specC, t.sizeX, static_cast<uint32_t>(t.sizeY), t.lambda);
+    updateModel(t, t.featBuf, t.interpFactor);
+  }
+
+  // Size smoothing against the last accepted box, keeping the centre. A last box lying
+  // exactly on x = 0 or y = 0 is not smoothed.
+  TrackerRoi out = t.roi;
+  const TrackerRoi& last = t.lastRoi;
+  if (last.height != 0 && last.width != 0 && last.x != 0 && last.y != 0) {
+    const float a = t.sizeSmooth;
+    const float ws = a * last.width + (1 - a) * t.roi.width;
+    const float hs = a * last.height + (1 - a) * t.roi.height;
+    out = TrackerRoi{t.roi.x + t.roi.width * 0.5f - ws * 0.5f, t.roi.y + t.roi.height * 0.5f - hs * 0.5f, ws, hs};
+  }
+  if (!(out.width < 0 && out.height < 0)) {
+    ClampToFrame(out, W, H);
+    t.roi = out;
+  }
+  resultRoi[0] = t.roi.x;
+  resultRoi[1] = t.roi.y;
+  resultRoi[2] = t.roi.width;
+  resultRoi[3] = t.roi.height;
+  t.lastRoi = t.roi;
+  return 0;
+}

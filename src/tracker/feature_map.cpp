@@ -1,0 +1,188 @@
+// Feature map assembly: search window -> planar RGB patch -> per-cell gradient histograms ->
+// block normalisation and truncation -> reduction -> cosine window -> complex planes.
+#include <cmath>
+#include <cstring>
+
+#include "common/zy_alloc.h"
+#include "common/zy_log.h"
+#include "common/zy_memops.h"
+#include "features/crop_resize.h"
+#include "features/hog_features.h"
+#include "tracker/tracker_ops.h"
+
+namespace {
+
+// Added to every block norm so that a flat block divides by a tiny number, not by zero.
+constexpr float kNormEpsilon = 1.1920929e-7f;
+// Normalised values are truncated at this level.
+constexpr float kTruncation = 0.2f;
+// Weight of the four texture sums of the full reduction: 1 / sqrt(18).
+constexpr float kTextureWeight = 0.23570228f;
+
+// Cells per side of the normalised map: the template side in cells, taken from the template
+// size with the fixed cell size of 4.
+int32_t NormCells(int32_t templateSize) { return static_cast<int32_t>(static_cast<float>(templateSize) * 0.25f); }
+
+float SumSquares9(const float* v) {
+  float s = 0.f;
+  for (int o = 0; o < 9; ++o) s += v[o] * v[o];
+  return s;
+}
+
+// The four block normalisers of interior cell (i, j) of the bordered grid of side g.
+void BlockFactors(const float* energy, int32_t g, int32_t i, int32_t j, float n[4]) {
+  auto E = [&](int32_t r, int32_t c) { return energy[r * g + c]; };
+  n[0] = 1.0f / (std::sqrt(E(i, j) + E(i, j + 1) + E(i + 1, j) + E(i + 1, j + 1)) + kNormEpsilon);
+  n[1] = 1.0f / (std::sqrt(E(i, j) + E(i, j + 1) + E(i - 1, j) + E(i - 1, j + 1)) + kNormEpsilon);
+  n[2] = 1.0f / (std::sqrt(E(i, j) + E(i, j - 1) + E(i + 1, j) + E(i + 1, j - 1)) + kNormEpsilon);
+  n[3] = 1.0f / (std::sqrt(E(i, j) + E(i, j - 1) + E(i - 1, j) + E(i - 1, j - 1)) + kNormEpsilon);
+}
+
+void Truncate(float* v, int64_t count) {
+  for (int64_t q = 0; q < count; ++q) v[q] = v[q] > kTruncation ? kTruncation : v[q];
+}
+
+// Shared body of the two normalisers: F input values per bordered cell, the first 9 giving
+// the energies; output cells of 4 x F values laid out as 4 blocks of the first 9, then 4
+// blocks of the remaining F - 9.
+void NormalizeAndTruncate(int32_t templateSize, int32_t F, float* cellFeat, float* blockNorm,
+                          float* normFeat) {
+  const int32_t k = NormCells(templateSize);
+  if (k < 1 || cellFeat == nullptr || blockNorm == nullptr || normFeat == nullptr) return;
+  const int32_t g = k + 2;
+  for (int32_t c = 0; c < g * g; ++c) blockNorm[c] = SumSquares9(cellFeat + static_cast<int64_t>(c) * F);
+  const int32_t rest = F - 9;
+  const int32_t outF = 4 * F;
+  for (int32_t i = 1; i <= k; ++i) {
+    for (int32_t j = 1; j <= k; ++j) {
+      float n[4];
+      BlockFactors(blockNorm, g, i, j, n);
+      const float* in = cellFeat + (static_cast<int64_t>(i) * g + j) * F;
+      float* out = normFeat + (static_cast<int64_t>(i - 1) * k + (j - 1)) * outF;
+      for (int b = 0; b < 4; ++b) {
+        for (int o = 0; o < 9; ++o) out[b * 9 + o] = in[o] * n[b];
+        for (int o = 0; o < rest; ++o) out[36 + b * rest + o] = in[9 + o] * n[b];
+      }
+    }
+  }
+  const int64_t count = static_cast<int64_t>(k) * k * outF;
+  Truncate(normFeat, count);
+  const size_t bytes = static_cast<size_t>(count) * sizeof(float);
+  zy::memcpy_s(cellFeat, bytes, normFeat, bytes);  // result deliberately unchecked
+}
+
+}  // namespace
+
+void normalizeAndTruncate9(int32_t templateSize, float* cellFeat, float* blockNorm, float* normFeat) {
+  NormalizeAndTruncate(templateSize, 9, cellFeat, blockNorm, normFeat);
+}
+
+void normalizeAndTruncate27(int32_t templateSize, float* cellFeat, float* blockNorm, float* normFeat) {
+  NormalizeAndTruncate(templateSize, 27, cellFeat, blockNorm, normFeat);
+}
+
+void reduceFeatures9(int32_t templateSize, float* cellFeat) {
+  const int32_t k = NormCells(templateSize);
+  if (k < 1 || cellFeat == nullptr) return;
+  // Cell by cell in order: each output cell lies at or before its input cell.
+  for (int64_t cell = 0; cell < static_cast<int64_t>(k) * k; ++cell) {
+    const float* in = cellFeat + cell * 36;
+    float out[9];
+    for (int o = 0; o < 9; ++o) out[o] = 0.5f * (in[o] + in[9 + o] + in[18 + o] + in[27 + o]);
+    std::memcpy(cellFeat + cell * 9, out, sizeof out);
+  }
+}
+
+void reduceFeatures27(int32_t templateSize, float* cellFeat) {
+  const int32_t k = NormCells(templateSize);
+  if (k < 1 || cellFeat == nullptr) return;
+  for (int64_t cell = 0; cell < static_cast<int64_t>(k) * k; ++cell) {
+    const float* in = cellFeat + cell * 108;
+    // All 31 values are formed before any is stored: the first output cell overlaps its input.
+    float out[31];
+    for (int o = 0; o < 18; ++o) out[o] = 0.5f * (in[36 + o] + in[54 + o] + in[72 + o] + in[90 + o]);
+    for (int o = 0; o < 9; ++o) out[18 + o] = 0.5f * (in[o] + in[9 + o] + in[18 + o] + in[27 + o]);
+    for (int n = 0; n < 4; ++n) {
+      float s = 0.f;
+      for (int o = 0; o < 18; ++o) s += in[36 + 18 * n + o];
+      out[27 + n] = kTextureWeight * s;
+    }
+    std::memcpy(cellFeat + cell * 31, out, sizeof out);
+  }
+}
+
+void buildHann(TrackingInp& t, uint32_t cols, uint32_t rows) {
+  if (cols == 0) cols = 1;
+  if (rows == 0) rows = 1;
+  if (t.hann == nullptr) return;
+  // The window must fit the record's S x S buffer.
+  const TrackerSizes s = ComputeTrackerSizes(t);
+  if (static_cast<int64_t>(cols) * rows > static_cast<int64_t>(s.S) * s.S) return;
+  float* wRows = zy::NewArray<float>(rows);
+  float* wCols = zy::NewArray<float>(cols);
+  if (wRows == nullptr || wCols == nullptr) {
+    delete[] wRows;
+    delete[] wCols;
+    return;
+  }
+  std::memset(wRows, 0, rows * sizeof(float));
+  std::memset(wCols, 0, cols * sizeof(float));
+  auto fill = [](float* w, uint32_t n) {
+    const float d = n > 2 ? static_cast<float>(n - 1) : 1.0f;
+    for (uint32_t q = 0; q < n; ++q) w[q] = 0.5f * (1.0f - std::cos(6.2831855f * static_cast<float>(q) / d));
+  };
+  fill(wRows, rows);
+  fill(wCols, cols);
+  for (uint32_t i = 0; i < rows; ++i) {
+    for (uint32_t j = 0; j < cols; ++j) t.hann[i * cols + j] = wRows[i] * wCols[j];
+  }
+  delete[] wRows;
+  delete[] wCols;
+}
+
+void getFeatures(TrackingInp& t, Complex* out, float* energyOut, float scaleAdjust) {
+  const TrackerSizes s = ComputeTrackerSizes(t);
+  // The patch and the cell maps must fit the buffers sized when the tracker started.
+  if (t.tmplWidth < 1 || t.tmplHeight < 1 || t.tmplWidth > s.P || t.tmplHeight > s.P ||
+      t.frameChannels > 3 || t.patchRgb == nullptr) {
+    return;
+  }
+  const float sc = t.scale * scaleAdjust;
+  const float w = static_cast<float>(t.tmplWidth) * sc;
+  const float h = static_cast<float>(t.tmplHeight) * sc;
+  const float box[4] = {t.roi.x + t.roi.width / 2 - w / 2, t.roi.y + t.roi.height / 2 - h / 2, w, h};
+  if (CropResizeYuv2rgbAcc(t.frameData, t.frameWidth, t.frameHeight, t.patchRgb, box, t.tmplWidth,
+                           static_cast<uint32_t>(t.tmplHeight), t.frameChannels) != 0) {
+    ZY_LOGE("CropResizeYuv2rgbAcc failed");
+  }
+  const FeatureImage image{t.tmplHeight, t.tmplWidth, t.patchRgb, static_cast<int32_t>(t.frameChannels)};
+  const uint32_t cellSize = static_cast<uint32_t>(t.cellSize);
+  if (t.lightFeatures) {
+    ComputeCellHistogramsLight(&image, cellSize, t.cellFeat, t.gradBufA, t.gradBufB, t.gradMag, t.gradBins);
+    normalizeAndTruncate9(t.templateSize, t.cellFeat, t.blockNorm, t.normFeat);
+    reduceFeatures9(t.templateSize, t.cellFeat);
+  } else {
+    ComputeCellHistograms(&image, cellSize, t.cellFeat, t.gradBufA, t.gradBufB, t.gradMag, t.gradBins);
+    normalizeAndTruncate27(t.templateSize, t.cellFeat, t.blockNorm, t.normFeat);
+    reduceFeatures27(t.templateSize, t.cellFeat);
+  }
+  if (energyOut == nullptr || t.cellFeat == nullptr || out == nullptr || t.hann == nullptr) return;
+
+  const int32_t sx = t.sizeX;
+  const int32_t sy = t.sizeY;
+  const int32_t m = t.numChannels;
+  float energy = 0.f;
+  if (sx >= 1 && sy >= 1 && m >= 1 && sx <= s.S && sy <= s.S && m <= s.M) {
+    for (int32_t c = 0; c < m; ++c) {
+      Complex* plane = out + static_cast<int64_t>(c) * sx * sy;
+      for (int32_t i = 0; i < sy; ++i) {
+        for (int32_t j = 0; j < sx; ++j) {
+          const float v = t.cellFeat[(static_cast<int64_t>(i) * sx + j) * m + c] * t.hann[i * sx + j];
+          plane[i * sx + j] = Complex{v, 0.f};
+          energy += v * v;
+        }
+      }
+    }
+  }
+  *energyOut = energy;
+}

@@ -1,0 +1,45 @@
+// The tracker's internal operations: feature map assembly, training and detection. They work
+// only in the record's preallocated buffers; the cosine window's two temporaries at
+// initialisation are the only allocation.
+#pragma once
+
+#include <cstdint>
+
+#include "common/zy_types.h"
+#include "tracker/tracking_inp.h"
+
+// Feature map of the current frame around the current box at scale `scale * scaleAdjust`:
+// numChannels complex planes of sizeY x sizeX (value = feature x window, imaginary 0), and
+// the sum of squares of the windowed values in *energyOut. With energyOut null the feature
+// steps run but nothing is windowed or written.
+void getFeatures(TrackingInp& t, Complex* out, float* energyOut, float scaleAdjust);
+// Cosine window of rows x cols into t.hann (a count of 0 is taken as 1).
+void buildHann(TrackingInp& t, uint32_t cols, uint32_t rows);
+
+// Block normalisation and truncation of the (k+2)^2 bordered cells of 9 (or 27) values into
+// k^2 cells of 36 (or 108) values, k = trunc(templateSize * 0.25), copied back to cellFeat.
+void normalizeAndTruncate9(int32_t templateSize, float* cellFeat, float* blockNorm, float* normFeat);
+void normalizeAndTruncate27(int32_t templateSize, float* cellFeat, float* blockNorm, float* normFeat);
+// In-place reduction of the k^2 normalised cells to 9 (or 31) values per cell.
+void reduceFeatures9(int32_t templateSize, float* cellFeat);
+void reduceFeatures27(int32_t templateSize, float* cellFeat);
+
+// Gaussian-kernel correlation of two feature maps (sums of squares e1, e2); result in t.kf.
+void gaussianCorrelation(TrackingInp& t, const Complex* x1, const Complex* x2, float e1, float e2);
+// Element-wise product a x b (conjB: a x conj(b)); out may be a or b.
+void mulSpectrums(const Complex* a, const Complex* b, Complex* out, int32_t rows, uint32_t cols,
+                  int32_t conjB);
+// The filter from label spectrum yf and kernel spectrum kf; stops at the first element whose
+// denominator is below 1e-6, leaving the rest of out as it was.
+void solveFilter(const Complex* yf, const Complex* kf, Complex* out, int32_t rows, uint32_t cols,
+                 float lambda);
+// Trains on feature map x: first = replace model and filter, else blend with rate factor.
+void train(TrackingInp& t, const Complex* x, bool first, float factor);
+// Blends x into the model and the new filter (specC) into alphaf with rate f.
+void updateModel(TrackingInp& t, const Complex* x, float f);
+// Peak of an sy x sx response with sub-cell refinement: *peakValue and the displacement of the
+// peak from the window centre, in cells (x, y).
+void locatePeak(const float* response, int32_t sx, int32_t sy, float* peakValue, float res[2]);
+// Correlates features z with the model x; the response peak into *peakValue and its
+// displacement from the window centre, in cells, into res (x, y).
+void detect(TrackingInp& t, const Complex* z, const Complex* x, float* peakValue, float res[2]);

@@ -1,0 +1,178 @@
+// Training: Gaussian label, kernel correlation in the Fourier domain, the filter solution and
+// the model update.
+#include <cmath>
+
+#include "common/zy_log.h"
+#include "common/zy_memops.h"
+#include "fft/fft2d.h"
+#include "tracker/tracker_ops.h"
+
+namespace {
+
+float* F(Complex* p) { return reinterpret_cast<float*>(p); }
+const float* F(const Complex* p) { return reinterpret_cast<const float*>(p); }
+
+// Forward transform of plane a into b, inverse of a into b (no scaling either way).
+void Forward(const Complex* a, Complex* b, int32_t n) { Fft2D(F(a), F(a) + 1, F(b), F(b) + 1, n, -1); }
+void Inverse(const Complex* a, Complex* b, int32_t n) { Fft2D(F(a) + 1, F(a), F(b) + 1, F(b), n, +1); }
+
+bool HasSpectra(const TrackingInp& t) {
+  return t.specA && t.specB && t.specC && t.corrSum && t.kf && t.sizeX >= 1 && t.sizeY >= 1;
+}
+
+}  // namespace
+
+void mulSpectrums(const Complex* a, const Complex* b, Complex* out, int32_t rows, uint32_t cols,
+                  int32_t conjB) {
+  if (rows == 0 || a == nullptr || b == nullptr || out == nullptr) return;
+  const int64_t n = static_cast<int64_t>(rows) * cols;
+  if (n <= 0) return;
+  if (conjB) {
+    for (int64_t k = 0; k < n; ++k) {
+      const Complex x = a[k], y = b[k];
+      out[k] = Complex{x.re * y.re + x.im * y.im, x.im * y.re - x.re * y.im};
+    }
+  } else {
+    for (int64_t k = 0; k < n; ++k) {
+      const Complex x = a[k], y = b[k];
+      out[k] = Complex{x.re * y.re - x.im * y.im, x.re * y.im + x.im * y.re};
+    }
+  }
+}
+
+void solveFilter(const Complex* yf, const Complex* kf, Complex* out, int32_t rows, uint32_t cols,
+                 float lambda) {
+  if (yf == nullptr || kf == nullptr || out == nullptr || rows == 0 || cols == 0) return;
+  const int64_t n = static_cast<int64_t>(rows) * cols;
+  for (int64_t k = 0; k < n; ++k) {
+    const float a = kf[k].re, b = kf[k].im;
+    const float c = yf[k].re, d = yf[k].im;
+    const float ar = a + lambda;
+    const float D = ar * ar + b * b;
+    // A vanishing denominator ends the solution here; later elements keep their old values.
+    if (std::fabs(static_cast<double>(D)) < 1e-6) return;
+    // The numerator uses the kernel without lambda, and the imaginary part is a sum: this is
+    // the filter the tracker was tuned with, kept exactly.
+    out[k] = Complex{(a * c + b * d) / D, (a * d + b * c) / D};
+  }
+}
+
+void gaussianCorrelation(TrackingInp& t, const Complex* x1, const Complex* x2, float e1, float e2) {
+  if (!HasSpectra(t) || x1 == nullptr || x2 == nullptr) return;
+  const int32_t sx = t.sizeX, sy = t.sizeY, n = t.fftSize;
+  const int64_t N = static_cast<int64_t>(sx) * sy;
+  const float nF = static_cast<float>(N);
+  for (int32_t c = 0; c < t.numChannels; ++c) {
+    const Complex* p1 = x1 + c * N;
+    const Complex* p2 = x2 + c * N;
+    Forward(p1, t.specA, n);
+    // A self-correlation transforms each plane once: both spectra are the same values.
+    const Complex* spec2 = t.specA;
+    if (p2 != p1) {
+      Forward(p2, t.specB, n);
+      spec2 = t.specB;
+    }
+    mulSpectrums(t.specA, spec2, t.specC, sy, static_cast<uint32_t>(sx), 1);
+    Inverse(t.specC, t.specA, n);
+    for (int64_t k = 0; k < N; ++k) t.corrSum[k] += t.specA[k].re / nF;
+  }
+  const float norm = static_cast<float>(sy * t.numChannels * sx);
+  const float sigma2 = t.sigma * t.sigma;
+  for (int64_t k = 0; k < N; ++k) {
+    const float c = t.corrSum[k];
+    t.corrSum[k] = 0.f;  // left cleared for the next call
+    const float d = (e1 + e2 - 2 * c) / norm;
+    // Zero (or negative, by rounding) distance is an exact match: exactly 1.
+    const float value = d > 0 ? std::exp(-d / sigma2) : 1.0f;
+    t.specC[k] = Complex{value, 0.f};
+  }
+  Forward(t.specC, t.kf, n);
+}
+
+void updateModel(TrackingInp& t, const Complex* x, float f) {
+  if (x == nullptr || t.modelFeat == nullptr) return;
+  const int64_t cells = static_cast<int64_t>(t.sizeX) * t.sizeY;
+  const int64_t n = cells * t.numChannels;
+  float energy = 0.f;
+  const float g = 1 - f;
+  for (int64_t k = 0; k < n; ++k) {
+    const float re = g * t.modelFeat[k].re + f * x[k].re;
+    const float im = g * t.modelFeat[k].im + f * x[k].im;
+    t.modelFeat[k] = Complex{re, im};
+    energy += re * re;
+  }
+  t.modelEnergy = energy;
+  if (t.sizeX >= 1 && t.sizeY >= 1 && t.alphaf != nullptr && t.specC != nullptr) {
+    for (int64_t k = 0; k < cells; ++k) {
+      t.alphaf[k] = Complex{g * t.alphaf[k].re + f * t.specC[k].re, g * t.alphaf[k].im + f * t.specC[k].im};
+    }
+  }
+}
+
+void train(TrackingInp& t, const Complex* x, bool first, float factor) {
+  if (x == nullptr) return;
+  gaussianCorrelation(t, x, x, t.modelEnergy, t.modelEnergy);
+  solveFilter(t.probf, t.kf, t.specC, t.sizeX, static_cast<uint32_t>(t.sizeY), t.lambda);
+  if (first) {
+    const int32_t modelBytes = t.numChannels * t.sizeX * t.sizeY * 8;
+    if (zy::memcpy_s(t.modelFeat, static_cast<size_t>(modelBytes), x, static_cast<size_t>(modelBytes)) != 0) {
+      ZY_LOGE("Tracking train failed! memcpy1 error! tempsize:%d", modelBytes);
+      return;
+    }
+    const int32_t filterBytes = t.sizeX * t.sizeY * 8;
+    if (zy::memcpy_s(t.alphaf, static_cast<size_t>(filterBytes), t.specC, static_cast<size_t>(filterBytes)) != 0) {
+      ZY_LOGE("Tracking train failed! memcpy2 error! tempSize1:%d", filterBytes);
+    }
+  } else {
+    updateModel(t, x, factor);
+  }
+}
+
+uint32_t initTracker(TrackingInp& t, const float box[4], FrameView frame) {
+  t.roi = TrackerRoi{box[0], box[1], box[2], box[3]};
+  t.frameHeight = static_cast<uint32_t>(frame.height);
+  t.frameWidth = static_cast<uint32_t>(frame.width);
+  t.frameData = frame.data;
+  t.frameChannels = static_cast<uint32_t>(frame.channels);
+  t.frameReserved = frame.reserved;
+  t.peakValue = 1.0f;
+  t.lastRoi = t.roi;
+  t.initRoi = t.roi;
+  t.inited = 1;
+
+  // The search window is square on the smaller padded side.
+  const int32_t pw = static_cast<int32_t>(t.roi.width * t.padding);
+  const int32_t ph = static_cast<int32_t>(t.roi.height * t.padding);
+  const float side = static_cast<float>(pw < ph ? pw : ph);
+  t.scale = side / static_cast<float>(t.templateSize);
+  const float tmpl = t.scale > 0 ? side / t.scale : 0.f;
+
+  t.numChannels = t.lightFeatures ? 9 : 31;
+  const int32_t S = t.cellSize != 0 ? t.templateSize / t.cellSize : 0;
+  t.sizeX = t.sizeY = t.fftSize = S;
+  // Template side rounded down to a multiple of two cells, plus the two border cells the
+  // gradient histograms consume.
+  const int32_t twoCells = 2 * t.cellSize;
+  const int32_t side2 = twoCells != 0 ? twoCells * (static_cast<int32_t>(tmpl) / twoCells) + twoCells : 0;
+  t.tmplWidth = t.tmplHeight = side2;
+
+  buildHann(t, static_cast<uint32_t>(t.sizeX), static_cast<uint32_t>(t.sizeY));
+  getFeatures(t, t.modelFeat, &t.modelEnergy, 1.0f);
+
+  // Gaussian label peaking at the centre cell, in the real parts of featBuf's first plane.
+  if (t.sizeY >= 1 && t.sizeX >= 1 && t.featBuf != nullptr && t.probf != nullptr) {
+    const float sigma = std::sqrt(static_cast<float>(t.sizeY * t.sizeX)) / t.padding * t.outputSigmaFactor;
+    const float m = -1.0f / (sigma * sigma + sigma * sigma);
+    const int32_t cy = static_cast<int32_t>(static_cast<float>(t.sizeY) * 0.5f);
+    const int32_t cx = static_cast<int32_t>(static_cast<float>(t.sizeX) * 0.5f);
+    for (int32_t i = 0; i < t.sizeY; ++i) {
+      for (int32_t j = 0; j < t.sizeX; ++j) {
+        const int32_t ih = i - cy, jh = j - cx;
+        t.featBuf[i * t.sizeX + j] = Complex{std::exp(m * static_cast<float>(ih * ih + jh * jh)), 0.f};
+      }
+    }
+    Forward(t.featBuf, t.probf, t.fftSize);
+  }
+  train(t, t.modelFeat, true, 1.0f);
+  return 0;
+}

@@ -1,0 +1,305 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <vector>
+
+#include "support/counting_new.h"
+#include "support/log_capture.h"
+#include "support/nv21_frames.h"
+#include "tracker/tracker_ops.h"
+#include "tracker/tracking_inp.h"
+
+namespace {
+
+constexpr int kW = 320;
+constexpr int kH = 240;
+
+FrameView View(const Nv21Frame& f) { return FrameView{f.height, f.stride, f.data.data(), 3, 0}; }
+
+struct Tracker {
+  TrackingInp t{2.5f, true, true, true};
+  Tracker() { EXPECT_EQ(createTracker(t), 0u); }
+  ~Tracker() { freeTracker(t); }
+};
+
+Nv21Frame Scene(float x, float y, float w, float h) {
+  Nv21Frame f(kW, kH, kW);
+  FillBackground(f, 11);
+  DrawBody(f, x, y, w, h, 5);
+  return f;
+}
+
+float CentreError(const float r[4], float x, float y, float w, float h) {
+  return std::hypot(r[0] + r[2] / 2 - (x + w / 2), r[1] + r[3] / 2 - (y + h / 2));
+}
+
+TEST(Tracker, InitialisationGeometryAndLabel) {
+  Tracker tr;
+  Nv21Frame f = Scene(100, 80, 100, 50);
+  const float box[4] = {100, 80, 100, 50};
+  const long before = HeapAllocations();
+  EXPECT_EQ(initTracker(tr.t, box, View(f)), 0u);
+  EXPECT_EQ(HeapAllocations() - before, 2) << "only the cosine window's two temporaries";
+  EXPECT_EQ(tr.t.scale, 1.953125f);  // trunc(50 x 2.5) / 64
+  EXPECT_EQ(tr.t.tmplWidth, 72);
+  EXPECT_EQ(tr.t.tmplHeight, 72);
+  EXPECT_EQ(tr.t.sizeX, 16);
+  EXPECT_EQ(tr.t.numChannels, 9);
+  EXPECT_EQ(tr.t.inited, 1);
+  EXPECT_EQ(tr.t.peakValue, 1.0f);
+  // The label peaks at the centre cell (8, 8), not at the origin; m = -0.78125.
+  EXPECT_EQ(tr.t.featBuf[8 * 16 + 8].re, 1.0f);
+  EXPECT_FLOAT_EQ(tr.t.featBuf[8 * 16 + 9].re, std::exp(-0.78125f));
+  EXPECT_FLOAT_EQ(tr.t.featBuf[7 * 16 + 8].re, std::exp(-0.78125f));
+  EXPECT_LT(tr.t.featBuf[0].re, 1e-30f);
+  // The cosine window: zero on the border, 1 at neither axis' centre for an even side.
+  EXPECT_EQ(tr.t.hann[0], 0.f);
+  EXPECT_GT(tr.t.hann[8 * 16 + 8], 0.9f);
+  for (int k = 0; k < 256; ++k) ASSERT_EQ(tr.t.corrSum[k], 0.f) << "left cleared";
+  // modelEnergy is the sum of squares of the model's features.
+  double e = 0;
+  for (int k = 0; k < 9 * 256; ++k) e += static_cast<double>(tr.t.modelFeat[k].re) * tr.t.modelFeat[k].re;
+  EXPECT_NEAR(tr.t.modelEnergy, e, 1e-3 * e + 1e-6);
+  EXPECT_GT(tr.t.modelEnergy, 0.f);
+}
+
+TEST(Tracker, FollowsATexturedBodyByWholeAndSubPixelSteps) {
+  for (const float step : {3.0f, 1.25f}) {
+    Tracker tr;
+    float x = 90, y = 70;
+    const float w = 40, h = 80;
+    Nv21Frame f = Scene(x, y, w, h);
+    const float box[4] = {x, y, w, h};
+    initTracker(tr.t, box, View(f));
+    float worst = 0, sum = 0;
+    for (int frame = 1; frame <= 40; ++frame) {
+      x += step;
+      y += step * 0.5f;
+      f = Scene(x, y, w, h);
+      float r[4];
+      const long before = HeapAllocations();
+      ASSERT_EQ(updateTracker(tr.t, View(f), r), 0u);
+      ASSERT_EQ(HeapAllocations(), before) << "a tracking update allocates nothing";
+      worst = std::max(worst, CentreError(r, x, y, w, h));
+      sum += CentreError(r, x, y, w, h);
+    }
+    // The crop samples at even column offsets and aligns odd edges down, which costs up to a
+    // pixel or so; the error stays bounded rather than drifting.
+    EXPECT_LE(sum / 40, 2.5f) << "step " << step;
+    EXPECT_LE(worst, 3.5f) << "step " << step;
+  }
+}
+
+TEST(Tracker, ScaleSearchFollowsGrowthAndShrinkage) {
+  for (const float rate : {1.05f, 1.0f / 1.05f}) {
+    Tracker tr;
+    float cx = 160, cy = 120, w = 40, h = 80;
+    Nv21Frame f = Scene(cx - w / 2, cy - h / 2, w, h);
+    const float box[4] = {cx - w / 2, cy - h / 2, w, h};
+    initTracker(tr.t, box, View(f));
+    const float startScale = tr.t.scale;
+    for (int frame = 1; frame <= 6; ++frame) {
+      w *= rate;
+      h *= rate;
+      f = Scene(cx - w / 2, cy - h / 2, w, h);
+      float r[4];
+      updateTracker(tr.t, View(f), r);
+    }
+    if (rate > 1) {
+      EXPECT_GT(tr.t.scale, startScale * 1.04f) << "a larger scale was chosen";
+    } else {
+      EXPECT_LT(tr.t.scale, startScale / 1.04f) << "a smaller scale was chosen";
+    }
+  }
+}
+
+TEST(Tracker, AWeakPeakRevertsToTheLastBoxAndStillRetrains) {
+  Tracker tr;
+  Nv21Frame flat(kW, kH, kW);
+  FillFlat(flat, 128);
+  const float box[4] = {100, 60, 40, 80};
+  initTracker(tr.t, box, View(flat));
+  LogCapture log;
+  float r[4];
+  ASSERT_EQ(updateTracker(tr.t, View(flat), r), 0u);
+  EXPECT_LT(tr.t.peakValue, 0.07f);
+  EXPECT_EQ(log.CountContaining("peakValue:"), 1);
+  EXPECT_EQ(r[0], 100.f);
+  EXPECT_EQ(r[1], 60.f);
+  EXPECT_EQ(r[2], 40.f);
+  EXPECT_EQ(r[3], 80.f);
+}
+
+// A lost target reverts to lastRoi; placing lastRoi off each edge exercises the clamps.
+TEST(Tracker, BoxesOffTheFrameAreClampedWithTheirMargins) {
+  struct Case {
+    TrackerRoi last;
+    float x, y;
+  };
+  const Case cases[] = {
+      {{-500, 50, 100, 80}, 1 - 100, 50},    // left: one column overlaps
+      {{50, -300, 40, 80}, 50, 1 - 80},      // top: one row overlaps
+      {{1000, 50, 40, 80}, kW - 2, 50},      // right: x >= W - 1 becomes W - 2
+      {{50, 500, 40, 80}, 50, kH - 2},       // bottom
+      {{kW - 1, 10, 40, 80}, kW - 2, 10},    // exactly W - 1 is moved too
+  };
+  Nv21Frame flat(kW, kH, kW);
+  FillFlat(flat, 128);
+  for (const Case& c : cases) {
+    Tracker tr;
+    const float box[4] = {100, 60, 40, 80};
+    initTracker(tr.t, box, View(flat));
+    tr.t.roi = tr.t.lastRoi = c.last;
+    float r[4];
+    ASSERT_EQ(updateTracker(tr.t, View(flat), r), 0u);
+    EXPECT_EQ(r[0], c.x);
+    EXPECT_EQ(r[1], c.y);
+    EXPECT_EQ(tr.t.lastRoi.x, r[0]);
+  }
+}
+
+TEST(Tracker, SizeSmoothingNeedsANonZeroLastBox) {
+  Nv21Frame flat(kW, kH, kW);
+  FillFlat(flat, 128);
+  // lastRoi at x = 0: no smoothing, the (reverted) box comes back as it was.
+  Tracker tr;
+  const float box[4] = {0, 60, 40, 80};
+  initTracker(tr.t, box, View(flat));
+  float r[4];
+  updateTracker(tr.t, View(flat), r);
+  EXPECT_EQ(r[0], 0.f);
+  EXPECT_EQ(r[2], 40.f);
+}
+
+TEST(Tracker, IdenticalInputsGiveBitIdenticalResults) {
+  Tracker a, b;
+  const float box[4] = {90, 70, 40, 80};
+  Nv21Frame f = Scene(90, 70, 40, 80);
+  initTracker(a.t, box, View(f));
+  initTracker(b.t, box, View(f));
+  for (int frame = 1; frame <= 8; ++frame) {
+    f = Scene(90.f + 2 * frame, 70.f + frame, 40, 80);
+    float ra[4], rb[4];
+    updateTracker(a.t, View(f), ra);
+    updateTracker(b.t, View(f), rb);
+    ASSERT_EQ(std::memcmp(ra, rb, sizeof ra), 0);
+  }
+  EXPECT_EQ(std::memcmp(a.t.modelFeat, b.t.modelFeat, 9 * 256 * sizeof(Complex)), 0);
+  EXPECT_EQ(std::memcmp(a.t.alphaf, b.t.alphaf, 256 * sizeof(Complex)), 0);
+}
+
+TEST(Tracker, FeaturesCarryOverFromCallToCall) {
+  Tracker tr;
+  Nv21Frame f = Scene(90, 70, 40, 80);
+  const float box[4] = {90, 70, 40, 80};
+  initTracker(tr.t, box, View(f));
+  std::vector<Complex> first(9 * 256), second(9 * 256);
+  float e1 = 0, e2 = 0;
+  getFeatures(tr.t, tr.t.featBuf, &e1, 1.0f);
+  std::memcpy(first.data(), tr.t.featBuf, first.size() * sizeof(Complex));
+  getFeatures(tr.t, tr.t.featBuf, &e2, 1.0f);
+  std::memcpy(second.data(), tr.t.featBuf, second.size() * sizeof(Complex));
+  EXPECT_NE(std::memcmp(first.data(), second.data(), first.size() * sizeof(Complex)), 0);
+  // A freshly created tracker on a flat patch has all-zero features.
+  Tracker fresh;
+  Nv21Frame flat(kW, kH, kW);
+  FillFlat(flat, 90);
+  initTracker(fresh.t, box, View(flat));
+  EXPECT_EQ(fresh.t.modelEnergy, 0.f);
+}
+
+TEST(Tracker, NormalisationTruncatesAboveTwoTenthsOnly) {
+  // One bordered 18 x 18 grid of 9-value cells, all equal: every block norm is the same.
+  std::vector<float> cells(36 * 256, 0.f), block(18 * 18), norm(36 * 256);
+  for (int c = 0; c < 18 * 18; ++c) {
+    for (int o = 0; o < 9; ++o) cells[c * 9 + o] = o == 0 ? 1.0f : (o == 1 ? -3.0f : 0.f);
+  }
+  normalizeAndTruncate9(64, cells.data(), block.data(), norm.data());
+  // energy 10 per cell, 4 cells per block: factor 1 / (sqrt(40) + eps)
+  const float n = 1.0f / (std::sqrt(40.0f) + 1.1920929e-7f);
+  EXPECT_EQ(cells[0], 1.0f * n);                     // 0.158 stays
+  EXPECT_EQ(cells[1], -3.0f * n);                    // negative values are untouched
+  for (int c = 0; c < 18 * 18; ++c) cells[c * 9] = 2.0f, cells[c * 9 + 1] = 0.f;
+  normalizeAndTruncate9(64, cells.data(), block.data(), norm.data());
+  EXPECT_EQ(cells[0], 0.2f);  // 2 / sqrt(16) = 0.5 becomes 0.2
+  reduceFeatures9(64, cells.data());
+  EXPECT_EQ(cells[0], 0.5f * (0.2f + 0.2f + 0.2f + 0.2f));
+}
+
+TEST(Tracker, SolveFilterStopsAtAVanishingDenominator) {
+  const float lambda = 0.0001f;
+  const Complex yf[4] = {{1, 2}, {3, -1}, {5, 5}, {7, 7}};
+  const Complex kf[4] = {{2, 0.5f}, {-1, 3}, {-lambda, 0}, {4, 4}};
+  Complex out[4] = {{9, 9}, {9, 9}, {9, 9}, {9, 9}};
+  solveFilter(yf, kf, out, 2, 2, lambda);
+  const float a = 2, b = 0.5f, c = 1, d = 2, D = (a + lambda) * (a + lambda) + b * b;
+  EXPECT_EQ(out[0].re, (a * c + b * d) / D);
+  EXPECT_EQ(out[0].im, (a * d + b * c) / D);  // a sum, not the textbook difference
+  EXPECT_NE(out[1].re, 9.f);
+  EXPECT_EQ(out[2].re, 9.f);  // stopped here: this and later elements keep their values
+  EXPECT_EQ(out[3].im, 9.f);
+}
+
+TEST(Tracker, KernelIsExactlyOneAtNonPositiveDistance) {
+  Tracker tr;
+  tr.t.sizeX = tr.t.sizeY = tr.t.fftSize = 16;
+  tr.t.numChannels = 9;
+  std::vector<Complex> x(9 * 256);
+  TestRng rng(3);
+  for (auto& v : x) v = Complex{static_cast<float>(rng.Next() % 100) / 100.f, 0.f};
+  // Energies of 0 against a non-zero correlation give a negative distance everywhere the
+  // correlation is positive: the kernel there is exactly 1, not exp of a positive number.
+  gaussianCorrelation(tr.t, x.data(), x.data(), 0.f, 0.f);
+  int ones = 0;
+  for (int k = 0; k < 256; ++k) {
+    EXPECT_LE(tr.t.specC[k].re, 1.0f);
+    ones += tr.t.specC[k].re == 1.0f;
+    EXPECT_EQ(tr.t.corrSum[k], 0.f);
+  }
+  EXPECT_EQ(ones, 256);
+}
+
+TEST(Tracker, PeakScanTiesBordersAndNegativeResponses) {
+  std::vector<float> r(256, -1.f);
+  float peak = -5, res[2];
+  locatePeak(r.data(), 16, 16, &peak, res);
+  EXPECT_EQ(peak, 0.f);  // nowhere positive: 0 at the origin
+  EXPECT_EQ(res[0], -8.f);
+  EXPECT_EQ(res[1], -8.f);
+
+  r.assign(256, 0.f);
+  r[5 * 16 + 7] = 0.5f;
+  r[9 * 16 + 3] = 0.5f;  // equal later maximum loses
+  r[5 * 16 + 6] = 0.1f;
+  r[5 * 16 + 8] = 0.3f;
+  locatePeak(r.data(), 16, 16, &peak, res);
+  EXPECT_EQ(peak, 0.5f);
+  EXPECT_FLOAT_EQ(res[0], 7 + (0.3f - 0.1f) * 0.5f / (1.0f - 0.3f - 0.1f) - 8);
+  EXPECT_EQ(res[1], 5 - 8.f);  // neighbours above and below are 0: offset 0
+
+  r.assign(256, 0.f);
+  r[15] = 0.9f;  // last column of row 0: no refinement on either axis
+  r[14] = 0.5f;
+  r[16 + 15] = 0.4f;
+  locatePeak(r.data(), 16, 16, &peak, res);
+  EXPECT_EQ(res[0], 15 - 8.f);
+  EXPECT_EQ(res[1], -8.f);
+}
+
+TEST(Tracker, NullResultBoxIsRefused) {
+  Tracker tr;
+  LogCapture log;
+  Nv21Frame f = Scene(90, 70, 40, 80);
+  EXPECT_EQ(updateTracker(tr.t, View(f), nullptr), 9u);
+  EXPECT_TRUE(log.Has("resultRoi is null", ANDROID_LOG_VERBOSE));
+  float peak = 0;
+  detect(tr.t, tr.t.featBuf, tr.t.modelFeat, &peak, nullptr);
+  EXPECT_TRUE(log.Has("Detect P is null", ANDROID_LOG_ERROR));
+}
+
+}  // namespace
