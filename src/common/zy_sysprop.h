@@ -3,7 +3,9 @@
 // `env vendor.zyObjectTracking.printlog=1 ./prog` works as `setprop` does on a device.
 #pragma once
 
-#if defined(__BIONIC__)
+// Android only: bionic's header. __ANDROID__ is predefined by the compiler for Android targets,
+// so the test does not depend on which headers were included before this one.
+#if defined(__ANDROID__)
 #include <sys/system_properties.h>
 #else
 #define PROP_VALUE_MAX 92
