@@ -257,7 +257,7 @@ uint32_t ProcThreeChannelDataWith(KernelChoice choice, const uint8_t* frame, uin
 uint32_t ProcThreeChannelData(const uint8_t* frame, uint32_t width, int32_t height, uint8_t* dst,
                               int32_t outW, uint32_t outH, const int32_t imageRect[4],
                               const int32_t validRect[4], float scale) {
-  return ProcThreeChannelDataWith(kDefaultKernels, frame, width, height, dst, outW, outH,
+  return ProcThreeChannelDataWith(kDefaultCropKernels, frame, width, height, dst, outW, outH,
                                   imageRect, validRect, scale);
 }
 
@@ -360,6 +360,6 @@ uint32_t CropResizeYuv2rgbAccWith(KernelChoice choice, const uint8_t* frame, uin
 
 uint32_t CropResizeYuv2rgbAcc(const uint8_t* frame, uint32_t width, uint32_t height, uint8_t* dst,
                               const float roi[4], int32_t outW, uint32_t outH, uint32_t channels) {
-  return CropResizeYuv2rgbAccWith(kDefaultKernels, frame, width, height, dst, roi, outW, outH,
+  return CropResizeYuv2rgbAccWith(kDefaultCropKernels, frame, width, height, dst, roi, outW, outH,
                                   channels);
 }

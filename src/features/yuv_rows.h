@@ -31,7 +31,7 @@ void Nv21Group8ToRgb_C(const Nv21Group8& s, uint8_t* r, uint8_t* g, uint8_t* b);
 void Nv21Group8ToRgb_NEON(const Nv21Group8& s, uint8_t* r, uint8_t* g, uint8_t* b);
 #endif
 
-// The crop with a chosen kernel set; the public functions run it with kDefaultKernels.
+// The crop with a chosen kernel set; the public functions run it with kDefaultCropKernels.
 uint32_t CropResizeYuv2rgbAccWith(KernelChoice choice, const uint8_t* frame, uint32_t width,
                                   uint32_t height, uint8_t* dst, const float roi[4], int32_t outW,
                                   uint32_t outH, uint32_t channels);
