@@ -10,7 +10,7 @@ BodyLoopTask::~BodyLoopTask() = default;
 int BodyLoopTask::Do() {
   QTX::CTaskBase::Do();
   const QTX::CParallelForPartitioner<int> partitioner;
-  const int kind = guider_ ? guider_->kind : QTX::kSerial;
+  const int kind = guider_ ? guider_->kind.load() : static_cast<int>(QTX::kSerial);
   if (kind == QTX::kHeuristic) {
     partitioner.HeuristicPartitioner(body_, range_, guider_);
   } else if (kind == QTX::kStatic) {

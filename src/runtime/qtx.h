@@ -6,6 +6,7 @@
 // the call always returns after all of them.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -42,9 +43,11 @@ enum GuiderKind : int32_t { kSerial = 0, kStatic = 1, kDynamic = 2, kHeuristic =
 
 class SessionImpl;
 
-// Scheduling guidance held by the session; the first field names the partitioner.
+// Scheduling guidance held by the session; the first field names the partitioner. It is
+// atomic because a handle created on one thread reconfigures the session while a loop of
+// another handle may be reading it.
 struct Guider {
-  int32_t kind = kDynamic;
+  std::atomic<int32_t> kind{kDynamic};
   SessionImpl* owner = nullptr;  // the session whose workers run the loops
 };
 

@@ -26,9 +26,10 @@ struct LoopResult {
   std::set<std::thread::id> threads;
   int calls = 0;
 };
+constexpr int kKeepKind = -100;
 LoopResult RunLoop(int n, int kind, bool slowBodies = false) {
   auto& session = GetSession();
-  session->GetGuider()->kind = kind;
+  if (kind != kKeepKind) session->GetGuider()->kind = kind;
   LoopResult r;
   r.visits.assign(static_cast<size_t>(n > 0 ? n : 0) + 1, 0);
   std::mutex m;
@@ -105,10 +106,11 @@ TEST(Runtime, LoopsAfterUninitRunOnTheCaller) {
 
 TEST(Runtime, ConcurrentLoopsFromTwoThreadsBothComplete) {
   StartSession(2);
+  GetSession()->GetGuider()->kind = QTX::kDynamic;
   std::atomic<int> failures{0};
   auto driver = [&] {
     for (int k = 0; k < 200; ++k) {
-      const LoopResult r = RunLoop(30, QTX::kDynamic);
+      const LoopResult r = RunLoop(30, kKeepKind);
       for (int i = 0; i < 30; ++i) failures += r.visits[static_cast<size_t>(i)] != 1;
     }
   };
