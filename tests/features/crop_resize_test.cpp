@@ -281,6 +281,24 @@ TEST(CropResize, ColumnListNeedsNoHeapAtTrackerSize) {
   EXPECT_EQ(CropResizeYuv2rgbAcc(f.px.data(), 320, 240, dst.data(), roi, 300, 300, 3), 0u);
 }
 
+TEST(CropResize, ExtremeWindowsStayInsideTheFrame) {
+  // Windows no caller should pass: every conversion saturates and every frame index is
+  // checked, so these only have to finish with 0 or 9 and read nothing outside the frame.
+  const TestFrame f(48, 33, 14);
+  const float nan = std::nanf(""), inf = INFINITY;
+  const float values[] = {nan, inf, -inf, 3e9f, -3e9f, 2147483520.f, -2147483648.f, -40.f, 47.f, 1e-30f};
+  LogCapture log;  // keeps the expected error lines off the console
+  for (float x : values) {
+    for (float w : values) {
+      for (int outW : {1, 9, 72}) {
+        const Crop c = CropOf(f, {x, w, w, x}, outW, 9, 3);
+        EXPECT_TRUE(c.result == 0 || c.result == 9);
+        EXPECT_EQ(CropOf(f, {w, x, x, w}, outW, 9, 1).result, 0u);
+      }
+    }
+  }
+}
+
 TEST(CropResize, FastRowsEqualReferenceOnWholeCrops) {
   // Random windows: inside, past every edge, odd corners, scales around 1, widths that leave
   // every tail length, even and odd frame heights.
