@@ -210,8 +210,8 @@ uint32_t ProcThreeChannelDataWith(KernelChoice choice, const uint8_t* frame, uin
   for (int32_t c = 0; c < outW; ++c) {
     const int32_t sx = FloorToInt32(static_cast<float>(c) * scale);
     if (sx < startX || sx >= static_cast<int64_t>(endX) - 1) continue;
-    const int32_t o = Wrap32(static_cast<int64_t>(static_cast<uint32_t>(
-        Wrap32(static_cast<int64_t>(sx) - startX)) & ~1u));
+    const int32_t o = Wrap32(static_cast<int64_t>(
+        static_cast<uint32_t>(Wrap32(static_cast<int64_t>(sx) - startX)) & ~1u));
     list[n++] = o;
     omin = o < omin ? o : omin;
     omax = o > omax ? o : omax;
@@ -223,10 +223,11 @@ uint32_t ProcThreeChannelDataWith(KernelChoice choice, const uint8_t* frame, uin
     const int64_t frameBytes = Nv21Bytes(width, height);
     const int32_t maxIndex =
         static_cast<int32_t>(width * static_cast<uint32_t>(height) * 3u) / 2 - 2;
-    const int32_t lumaBase = Wrap32(left + static_cast<int64_t>(static_cast<uint32_t>(top) * width));
-    const int32_t chromaBase =
-        Wrap32(static_cast<int64_t>(left) + static_cast<uint32_t>(width * static_cast<uint32_t>(height)) +
-               TruncToInt32(static_cast<float>(top) * 0.5f * static_cast<float>(width)));
+    const int32_t lumaBase =
+        Wrap32(left + static_cast<int64_t>(static_cast<uint32_t>(top) * width));
+    const int32_t chromaBase = Wrap32(
+        static_cast<int64_t>(left) + static_cast<uint32_t>(width * static_cast<uint32_t>(height)) +
+        TruncToInt32(static_cast<float>(top) * 0.5f * static_cast<float>(width)));
     const size_t plane = static_cast<size_t>(outW) * outH;
     for (uint32_t r = 0; r < outH; ++r) {
       const int32_t sy = FloorToInt32(static_cast<float>(r) * scale);
@@ -238,12 +239,11 @@ uint32_t ProcThreeChannelDataWith(KernelChoice choice, const uint8_t* frame, uin
       rb.c0 = Wrap32(chromaBase + static_cast<int64_t>(static_cast<uint32_t>(dy >> 1) * width));
       rb.c1 = Wrap32(static_cast<int64_t>(rb.c0) + width);
       uint8_t* rowR = dst + static_cast<size_t>(r) * static_cast<size_t>(outW);
-      const bool ok =
-          RowInsideFrame(rb, omin, omax, frameBytes)
-              ? ConvertRow<true>(fast, frame, frameBytes, rb, list, n, maxIndex, rowR,
-                                 rowR + plane, rowR + 2 * plane)
-              : ConvertRow<false>(fast, frame, frameBytes, rb, list, n, maxIndex, rowR,
-                                  rowR + plane, rowR + 2 * plane);
+      const bool ok = RowInsideFrame(rb, omin, omax, frameBytes)
+                          ? ConvertRow<true>(fast, frame, frameBytes, rb, list, n, maxIndex, rowR,
+                                             rowR + plane, rowR + 2 * plane)
+                          : ConvertRow<false>(fast, frame, frameBytes, rb, list, n, maxIndex, rowR,
+                                              rowR + plane, rowR + 2 * plane);
       if (!ok) {
         result = kFail;
         break;
@@ -262,9 +262,8 @@ uint32_t ProcThreeChannelData(const uint8_t* frame, uint32_t width, int32_t heig
 }
 
 void ProcOneChannelDataBounded(const uint8_t* frame, uint64_t frameBytes, uint32_t width,
-                               uint8_t* dst, int32_t outW, int32_t outH,
-                               const int32_t imageRect[4], const int32_t validRect[4],
-                               float scale) {
+                               uint8_t* dst, int32_t outW, int32_t outH, const int32_t imageRect[4],
+                               const int32_t validRect[4], float scale) {
   if (frame == nullptr || dst == nullptr || imageRect == nullptr || validRect == nullptr ||
       outW < 1 || outH < 1) {
     return;
@@ -280,7 +279,8 @@ void ProcOneChannelDataBounded(const uint8_t* frame, uint64_t frameBytes, uint32
     const int32_t sy = FloorToInt32(static_cast<float>(r) * scale);
     if (sy < startY || sy >= rowEnd) continue;
     const uint32_t rowBase =
-        static_cast<uint32_t>(static_cast<int64_t>(top) + sy - startY) * width + static_cast<uint32_t>(left);
+        static_cast<uint32_t>(static_cast<int64_t>(top) + sy - startY) * width +
+        static_cast<uint32_t>(left);
     uint8_t* out = dst + static_cast<size_t>(r) * static_cast<size_t>(outW);
     for (int32_t c = 0; c < outW; ++c) {
       const int32_t sx = FloorToInt32(static_cast<float>(c) * scale);
@@ -288,7 +288,8 @@ void ProcOneChannelDataBounded(const uint8_t* frame, uint64_t frameBytes, uint32
       // The column is written in place (unlike the packed three-channel list).
       const int64_t p = Wrap32(rowBase + static_cast<uint32_t>(static_cast<int64_t>(sx) - startX));
       const uint8_t top2 = Avg2(SafeByte(frame, size, p), SafeByte(frame, size, p + 1));
-      const uint8_t bot2 = Avg2(SafeByte(frame, size, p + width), SafeByte(frame, size, p + width + 1));
+      const uint8_t bot2 =
+          Avg2(SafeByte(frame, size, p + width), SafeByte(frame, size, p + width + 1));
       out[c] = Avg2(top2, bot2);
     }
   }
@@ -334,8 +335,7 @@ uint32_t CropResizeYuv2rgbAccWith(KernelChoice choice, const uint8_t* frame, uin
     validRect[3] = sy.end;
     // Padding: whatever the paths below do not write stays 0. A size that memset_s refuses
     // (0, or above 2^31 - 1) leaves dst as it is.
-    const uint64_t dstBytes =
-        outW > 0 ? static_cast<uint64_t>(outW) * outH * channels : 0;
+    const uint64_t dstBytes = outW > 0 ? static_cast<uint64_t>(outW) * outH * channels : 0;
     (void)zy::memset_s(dst, static_cast<size_t>(dstBytes), 0, static_cast<size_t>(dstBytes));
   }
 

@@ -14,8 +14,8 @@
 const float kSectorCos[10] = {0x1p+0f,         0x1.e11f64p-1f,  0x1.8836fap-1f,  0x1.fffffep-2f,
                               0x1.63a19ep-3f,  -0x1.63a1b8p-3f, -0x1.000002p-1f, -0x1.8837p-1f,
                               -0x1.e11f66p-1f, -0x1p+0f};
-const float kSectorSin[10] = {0x0p+0f,        0x1.5e3a88p-2f, 0x1.491b76p-1f, 0x1.bb67b0p-1f,
-                              0x1.f838bap-1f, 0x1.f838b8p-1f, 0x1.bb67aep-1f, 0x1.491b70p-1f,
+const float kSectorSin[10] = {0x0p+0f,        0x1.5e3a88p-2f,  0x1.491b76p-1f, 0x1.bb67b0p-1f,
+                              0x1.f838bap-1f, 0x1.f838b8p-1f,  0x1.bb67aep-1f, 0x1.491b70p-1f,
                               0x1.5e3a7ep-2f, -0x1.777a5cp-24f};
 
 namespace {
@@ -153,9 +153,8 @@ void MagnitudeBinsRow1_C(const int16_t* dx, const int16_t* dy, int32_t n, const 
   }
 }
 
-void MagnitudeBinsRow3_C(const int16_t* dx3, const int16_t* dy3, int32_t n,
-                         const float* sectorCos, const float* sectorSin, float* mag,
-                         uint32_t* bins) {
+void MagnitudeBinsRow3_C(const int16_t* dx3, const int16_t* dy3, int32_t n, const float* sectorCos,
+                         const float* sectorSin, float* mag, uint32_t* bins) {
   for (int32_t i = 0; i < n; ++i) {
     const int16_t* x = dx3 + 3 * i;
     const int16_t* y = dy3 + 3 * i;
@@ -241,10 +240,9 @@ void ComputeMagnitudeBins1(int32_t width, int32_t height, const int16_t* gradBuf
   }
 }
 
-void ComputeMagnitudeBins3(int32_t width, int32_t height, int32_t channels,
-                           const int16_t* gradBufA, const int16_t* gradBufB, float* gradMag,
-                           const float* sectorCos, const float* sectorSin, uint32_t* gradBins,
-                           KernelChoice choice) {
+void ComputeMagnitudeBins3(int32_t width, int32_t height, int32_t channels, const int16_t* gradBufA,
+                           const int16_t* gradBufB, float* gradMag, const float* sectorCos,
+                           const float* sectorSin, uint32_t* gradBins, KernelChoice choice) {
   if (channels != 3 || gradBufA == nullptr || gradBufB == nullptr || gradMag == nullptr ||
       gradBins == nullptr || sectorCos == nullptr || sectorSin == nullptr || height < 3 ||
       width < 3) {

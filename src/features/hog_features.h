@@ -16,17 +16,17 @@
 
 // The patch as the feature extractor receives it.
 struct FeatureImage {
-  int32_t height;        // rows
-  int32_t width;         // columns
-  const uint8_t* data;   // planar: channels planes of width * height bytes
-  int32_t channels;      // 1 or 3
+  int32_t height;       // rows
+  int32_t width;        // columns
+  const uint8_t* data;  // planar: channels planes of width * height bytes
+  int32_t channels;     // 1 or 3
 };
 
 // 27 values per cell (9 unsigned orientation bins, then 18 signed bins), added into cellFeat.
 // Returns 9 with nothing touched when image is null, channels is not 1 or 3, cellSize is 0
-// or above 4, or there are cells but cellFeat, gradMag or gradBins is null; otherwise 0. With null data or a null
-// gradient buffer the gradients are not computed and the rest runs on the scratch contents
-// (magnitudes too need both gradient buffers).
+// or above 4, or there are cells but cellFeat, gradMag or gradBins is null; otherwise 0. With null
+// data or a null gradient buffer the gradients are not computed and the rest runs on the scratch
+// contents (magnitudes too need both gradient buffers).
 uint32_t ComputeCellHistograms(const FeatureImage* image, uint32_t cellSize, float* cellFeat,
                                int16_t* gradBufA, int16_t* gradBufB, float* gradMag,
                                uint32_t* gradBins);

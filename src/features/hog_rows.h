@@ -38,16 +38,16 @@ void ComputeMagnitudeBins1(int32_t width, int32_t height, const int16_t* gradBuf
                            const int16_t* gradBufB, float* gradMag, const float* sectorCos,
                            const float* sectorSin, uint32_t* gradBins,
                            KernelChoice choice = kDefaultKernels);
-void ComputeMagnitudeBins3(int32_t width, int32_t height, int32_t channels,
-                           const int16_t* gradBufA, const int16_t* gradBufB, float* gradMag,
-                           const float* sectorCos, const float* sectorSin, uint32_t* gradBins,
+void ComputeMagnitudeBins3(int32_t width, int32_t height, int32_t channels, const int16_t* gradBufA,
+                           const int16_t* gradBufB, float* gradMag, const float* sectorCos,
+                           const float* sectorSin, uint32_t* gradBins,
                            KernelChoice choice = kDefaultKernels);
 
 // The drivers with a chosen kernel set; featuresPerCell is 27 (full) or 9 (light).
 uint32_t ComputeCellHistogramsWith(KernelChoice choice, uint32_t featuresPerCell,
-                                   const FeatureImage* image, uint32_t cellSize,
-                                   float* cellFeat, int16_t* gradBufA, int16_t* gradBufB,
-                                   float* gradMag, uint32_t* gradBins);
+                                   const FeatureImage* image, uint32_t cellSize, float* cellFeat,
+                                   int16_t* gradBufA, int16_t* gradBufB, float* gradMag,
+                                   uint32_t* gradBins);
 
 // Row kernels. Gradients of n pixels of one row: `row` points at the first pixel, whose left
 // and right neighbours are row[-1] and row[1]; `above` / `below` at the pixels straight up
@@ -59,9 +59,8 @@ void GradientRow3_C(const uint8_t* const row[3], const uint8_t* const above[3],
 // Magnitudes and bins of n pixels: dx, dy one per pixel (1) or three interleaved (3).
 void MagnitudeBinsRow1_C(const int16_t* dx, const int16_t* dy, int32_t n, const float* sectorCos,
                          const float* sectorSin, float* mag, uint32_t* bins);
-void MagnitudeBinsRow3_C(const int16_t* dx3, const int16_t* dy3, int32_t n,
-                         const float* sectorCos, const float* sectorSin, float* mag,
-                         uint32_t* bins);
+void MagnitudeBinsRow3_C(const int16_t* dx3, const int16_t* dy3, int32_t n, const float* sectorCos,
+                         const float* sectorSin, float* mag, uint32_t* bins);
 #if ZY_HAVE_NEON
 // Eight pixels at a time, then the scalar rows for the rest.
 void GradientRow1_NEON(const uint8_t* row, const uint8_t* above, const uint8_t* below, int32_t n,
@@ -69,9 +68,8 @@ void GradientRow1_NEON(const uint8_t* row, const uint8_t* above, const uint8_t* 
 void GradientRow3_NEON(const uint8_t* const row[3], const uint8_t* const above[3],
                        const uint8_t* const below[3], int32_t n, int16_t* gx3, int16_t* gy3);
 // Four pixels at a time, then the scalar rows for the rest.
-void MagnitudeBinsRow1_NEON(const int16_t* dx, const int16_t* dy, int32_t n,
-                            const float* sectorCos, const float* sectorSin, float* mag,
-                            uint32_t* bins);
+void MagnitudeBinsRow1_NEON(const int16_t* dx, const int16_t* dy, int32_t n, const float* sectorCos,
+                            const float* sectorSin, float* mag, uint32_t* bins);
 void MagnitudeBinsRow3_NEON(const int16_t* dx3, const int16_t* dy3, int32_t n,
                             const float* sectorCos, const float* sectorSin, float* mag,
                             uint32_t* bins);

@@ -1,9 +1,9 @@
 // NEON rows of the gradient features. Each must equal its scalar row in hog_features.cpp bit
 // for bit: integer differences are exact, and the float work uses separate multiplies and
 // adds (never a fused multiply-add) and a correctly rounded square root, as the scalar rows do.
-#include "features/hog_rows.h"
-
 #include <cmath>
+
+#include "features/hog_rows.h"
 
 #if ZY_HAVE_NEON
 
@@ -27,7 +27,8 @@ void GradientRow3_NEON(const uint8_t* const row[3], const uint8_t* const above[3
     int16x8x3_t dx;
     int16x8x3_t dy;
     for (int ch = 0; ch < 3; ++ch) {
-      dx.val[ch] = vreinterpretq_s16_u16(vsubl_u8(vld1_u8(row[ch] + i + 1), vld1_u8(row[ch] + i - 1)));
+      dx.val[ch] =
+          vreinterpretq_s16_u16(vsubl_u8(vld1_u8(row[ch] + i + 1), vld1_u8(row[ch] + i - 1)));
       dy.val[ch] = vreinterpretq_s16_u16(vsubl_u8(vld1_u8(below[ch] + i), vld1_u8(above[ch] + i)));
     }
     vst3q_s16(gx3 + 3 * i, dx);  // channels interleaved per pixel
@@ -94,14 +95,14 @@ inline float32x4_t Sqrt4(float32x4_t v) {
 
 // dx^2 + dy^2 per lane, as the scalar rows: products in int32 (at most 2^30), sum unsigned.
 inline uint32x4_t SumSquares4(int32x4_t dx, int32x4_t dy) {
-  return vaddq_u32(vreinterpretq_u32_s32(vmulq_s32(dx, dx)), vreinterpretq_u32_s32(vmulq_s32(dy, dy)));
+  return vaddq_u32(vreinterpretq_u32_s32(vmulq_s32(dx, dx)),
+                   vreinterpretq_u32_s32(vmulq_s32(dy, dy)));
 }
 
 }  // namespace
 
-void MagnitudeBinsRow1_NEON(const int16_t* dx, const int16_t* dy, int32_t n,
-                            const float* sectorCos, const float* sectorSin, float* mag,
-                            uint32_t* bins) {
+void MagnitudeBinsRow1_NEON(const int16_t* dx, const int16_t* dy, int32_t n, const float* sectorCos,
+                            const float* sectorSin, float* mag, uint32_t* bins) {
   const SectorVectors sv = LoadSectors(sectorCos, sectorSin);
   int32_t i = 0;
   for (; i + 4 <= n; i += 4) {
@@ -135,8 +136,7 @@ void MagnitudeBinsRow3_NEON(const int16_t* dx3, const int16_t* dy3, int32_t n,
     vst1q_f32(mag + i, Sqrt4(vcvtq_f32_u32(vmaxq_u32(q01, q2))));
     SearchSectors4(sv, x, y, bins + 2 * i);
   }
-  MagnitudeBinsRow3_C(dx3 + 3 * i, dy3 + 3 * i, n - i, sectorCos, sectorSin, mag + i,
-                      bins + 2 * i);
+  MagnitudeBinsRow3_C(dx3 + 3 * i, dy3 + 3 * i, n - i, sectorCos, sectorSin, mag + i, bins + 2 * i);
 }
 
 #endif  // ZY_HAVE_NEON

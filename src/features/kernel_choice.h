@@ -24,6 +24,7 @@ constexpr bool UseFastKernels(KernelChoice choice) {
 // (vrhadd_u8, vld2_u8, vld4_u8), which are single instructions on arm64 but which SIMDe 0.7.4
 // runs lane by lane on x86-64, where that row costs about twice the scalar one (callgrind,
 // 72 x 72 crop: 1.31 M against 0.69 M instructions); so it is the default only on real NEON.
-constexpr KernelChoice kDefaultKernels = ZY_HAVE_NEON ? KernelChoice::kFast : KernelChoice::kReference;
+constexpr KernelChoice kDefaultKernels =
+    ZY_HAVE_NEON ? KernelChoice::kFast : KernelChoice::kReference;
 constexpr KernelChoice kDefaultCropKernels =
     ZY_FEATURES_NATIVE_NEON ? KernelChoice::kFast : KernelChoice::kReference;

@@ -43,6 +43,5 @@ uint32_t ProcThreeChannelDataWith(KernelChoice choice, const uint8_t* frame, uin
 // The one-channel path reading only bytes [0, frameBytes) of the frame; anything outside
 // reads as 0.
 void ProcOneChannelDataBounded(const uint8_t* frame, uint64_t frameBytes, uint32_t width,
-                               uint8_t* dst, int32_t outW, int32_t outH,
-                               const int32_t imageRect[4], const int32_t validRect[4],
-                               float scale);
+                               uint8_t* dst, int32_t outW, int32_t outH, const int32_t imageRect[4],
+                               const int32_t validRect[4], float scale);

@@ -73,10 +73,12 @@ TEST(ColourForms, GroupKernelsEqualReferenceOverAllTriples) {
     uint8_t ref[8][3];
     for (int i = 0; i < 8; ++i) YuvToRgbWide(y[i], u[i], v[i], ref[i]);
     Nv21Group8ToRgb_C(grp, r, g, b);
-    for (int i = 0; i < 8; ++i) mismatchC += (r[i] != ref[i][0]) + (g[i] != ref[i][1]) + (b[i] != ref[i][2]);
+    for (int i = 0; i < 8; ++i)
+      mismatchC += (r[i] != ref[i][0]) + (g[i] != ref[i][1]) + (b[i] != ref[i][2]);
 #if ZY_HAVE_NEON
     Nv21Group8ToRgb_NEON(grp, r, g, b);
-    for (int i = 0; i < 8; ++i) mismatchNeon += (r[i] != ref[i][0]) + (g[i] != ref[i][1]) + (b[i] != ref[i][2]);
+    for (int i = 0; i < 8; ++i)
+      mismatchNeon += (r[i] != ref[i][0]) + (g[i] != ref[i][1]) + (b[i] != ref[i][2]);
 #endif
   }
   EXPECT_EQ(mismatchC, 0u);
@@ -115,7 +117,8 @@ TEST(ColourForms, GroupAveragesPairsFirst) {
     for (size_t i = 0; i < sizeof grp; ++i) bytes[i] = static_cast<uint8_t>(rng.Next());
     Nv21Group8ToRgb_C(grp, r, g, b);
     Nv21Group8ToRgb_NEON(grp, rn, gn, bn);
-    mismatches += std::memcmp(r, rn, 8) != 0 || std::memcmp(g, gn, 8) != 0 || std::memcmp(b, bn, 8) != 0;
+    mismatches +=
+        std::memcmp(r, rn, 8) != 0 || std::memcmp(g, gn, 8) != 0 || std::memcmp(b, bn, 8) != 0;
   }
   EXPECT_EQ(mismatches, 0);
 #endif

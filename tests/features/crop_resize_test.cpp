@@ -1,6 +1,8 @@
 // The crop: geometry (rectangles, odd edges, floor mapping, dropped rows), the packed column
 // list against in-place columns, the position rule of the two colour forms, failures, and
 // the fast rows against the scalar references on whole crops.
+#include "features/crop_resize.h"
+
 #include <gtest/gtest.h>
 
 #include <array>
@@ -9,7 +11,6 @@
 #include <vector>
 
 #include "common/zy_alloc.h"
-#include "features/crop_resize.h"
 #include "features/yuv_rows.h"
 #include "support/log_capture.h"
 #include "support/nv21_frames.h"
@@ -26,7 +27,9 @@ struct TestFrame {
   uint32_t w, h;
   std::vector<uint8_t> px;
   TestFrame(uint32_t width, uint32_t height, uint32_t seed)
-      : w(width), h(height), px(static_cast<size_t>(width) * height + static_cast<size_t>(width) * (height / 2)) {
+      : w(width),
+        h(height),
+        px(static_cast<size_t>(width) * height + static_cast<size_t>(width) * (height / 2)) {
     TestRng rng(seed);
     for (auto& p : px) p = static_cast<uint8_t>(rng.Next());
   }
@@ -62,7 +65,8 @@ struct Crop {
 
 Crop CropWith(KernelChoice choice, const TestFrame& f, std::array<float, 4> roi, int outW, int outH,
               int channels) {
-  Crop c{outW, outH, channels, std::vector<uint8_t>(static_cast<size_t>(outW) * outH * channels, 0xAB), 0};
+  Crop c{outW, outH, channels,
+         std::vector<uint8_t>(static_cast<size_t>(outW) * outH * channels, 0xAB), 0};
   c.result = CropResizeYuv2rgbAccWith(choice, f.px.data(), f.w, f.h, c.px.data(), roi.data(), outW,
                                       static_cast<uint32_t>(outH), static_cast<uint32_t>(channels));
   return c;
@@ -116,7 +120,8 @@ TEST(CropResize, InsideFrameScaleOneAndScaled) {
   EXPECT_EQ(c.result, 0u);
   ExpectColour(c, [&](int r, int k, Rgb* e) {
     if (std::floor(r * 1.5f) > 8) return false;
-    *e = f.Colour(8 + (static_cast<int>(std::floor(k * 1.5f)) & ~1), 6 + static_cast<int>(std::floor(r * 1.5f)), true);
+    *e = f.Colour(8 + (static_cast<int>(std::floor(k * 1.5f)) & ~1),
+                  6 + static_cast<int>(std::floor(r * 1.5f)), true);
     return true;
   });
   EXPECT_EQ(c.At(1, 2), f.Colour(8 + 2, 6 + 1, true));  // column 2 -> 3 -> offset 2; row 1 -> 1
@@ -130,10 +135,12 @@ TEST(CropResize, FormChosenByPositionInRow) {
   }
   for (int width : {8, 9, 24}) {
     // Entries: 7 (all one at a time), 8 (one group), 23 (two groups and 7 more).
-    const Crop c = CropOf(f, {2.f, 2.f, static_cast<float>(width), static_cast<float>(width)}, width, width, 3);
+    const Crop c = CropOf(f, {2.f, 2.f, static_cast<float>(width), static_cast<float>(width)},
+                          width, width, 3);
     const int entries = width - 1, grouped = entries / 8 * 8;
     for (int k = 0; k < width; ++k) {
-      const Rgb want = k >= entries ? Rgb{0, 0, 0} : (k < grouped ? Rgb{255, 230, 0} : Rgb{255, 230, 255});
+      const Rgb want =
+          k >= entries ? Rgb{0, 0, 0} : (k < grouped ? Rgb{255, 230, 0} : Rgb{255, 230, 255});
       EXPECT_EQ(c.At(0, k), want) << "width " << width << " entry " << k;
     }
   }
@@ -244,7 +251,9 @@ TEST(CropResize, IndexCheckAndItsMessages) {
     const int32_t validRect[4] = {0, 0, 16, 8};
     std::vector<uint8_t> dst(8 * 8 * 3, 0);
     LogCapture log;
-    EXPECT_EQ(ProcThreeChannelData(small.px.data(), 16, 8, dst.data(), 8, 8, imageRect, validRect, 1.f), 9u);
+    EXPECT_EQ(
+        ProcThreeChannelData(small.px.data(), 16, 8, dst.data(), 8, 8, imageRect, validRect, 1.f),
+        9u);
     EXPECT_TRUE(log.Has("Index out of yuv range!", ANDROID_LOG_ERROR));
   }
 }
@@ -261,7 +270,7 @@ TEST(CropResize, BadArguments) {
   EXPECT_TRUE(log.Has("CropResizeYuv2rgbAcc: ProcThreeChannelData failed!", ANDROID_LOG_ERROR));
   log.Clear();
   EXPECT_EQ(CropResizeYuv2rgbAcc(nullptr, 32, 24, dst.data(), roi, 8, 8, 1), 0u);  // grey: no check
-  EXPECT_EQ(dst[0], 0);  // cleared only
+  EXPECT_EQ(dst[0], 0);                                                            // cleared only
   EXPECT_EQ(log.Lines().size(), 0u);
 }
 
@@ -286,7 +295,8 @@ TEST(CropResize, ExtremeWindowsStayInsideTheFrame) {
   // checked, so these only have to finish with 0 or 9 and read nothing outside the frame.
   const TestFrame f(48, 33, 14);
   const float nan = std::nanf(""), inf = INFINITY;
-  const float values[] = {nan, inf, -inf, 3e9f, -3e9f, 2147483520.f, -2147483648.f, -40.f, 47.f, 1e-30f};
+  const float values[] = {nan,          inf,           -inf,  3e9f, -3e9f,
+                          2147483520.f, -2147483648.f, -40.f, 47.f, 1e-30f};
   LogCapture log;  // keeps the expected error lines off the console
   for (float x : values) {
     for (float w : values) {
@@ -309,14 +319,16 @@ TEST(CropResize, FastRowsEqualReferenceOnWholeCrops) {
     for (int n = 0; n < 400; ++n) {
       const int outW = rng.Uniform(1, 40);
       const int outH = rng.Uniform(1, 40);
-      const float w = static_cast<float>(outW) * (0.5f + static_cast<float>(rng.Uniform(0, 100)) / 50.f);
+      const float w =
+          static_cast<float>(outW) * (0.5f + static_cast<float>(rng.Uniform(0, 100)) / 50.f);
       const std::array<float, 4> roi = {static_cast<float>(rng.Uniform(-30, 100)) + 0.5f,
                                         static_cast<float>(rng.Uniform(-30, 70)) + 0.25f, w,
                                         w * static_cast<float>(outH) / static_cast<float>(outW)};
       const Crop ref = CropWith(KernelChoice::kReference, f, roi, outW, outH, 3);
       const Crop fast = CropWith(KernelChoice::kFast, f, roi, outW, outH, 3);
       ASSERT_EQ(ref.result, fast.result);
-      ASSERT_EQ(ref.px, fast.px) << "roi " << roi[0] << "," << roi[1] << "," << roi[2] << " out " << outW << "x" << outH;
+      ASSERT_EQ(ref.px, fast.px) << "roi " << roi[0] << "," << roi[1] << "," << roi[2] << " out "
+                                 << outW << "x" << outH;
       ++compared;
     }
   }

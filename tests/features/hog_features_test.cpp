@@ -1,6 +1,8 @@
 // Gradient histograms: the sector tables from their bit patterns, the orientation search,
 // the channel choice, the cell weights, the accumulation and border rules of both drivers,
 // and the fast rows against the scalar references.
+#include "features/hog_features.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -9,7 +11,6 @@
 #include <vector>
 
 #include "common/zy_alloc.h"
-#include "features/hog_features.h"
 #include "features/hog_rows.h"
 #include "support/nv21_frames.h"
 
@@ -21,6 +22,15 @@ uint32_t Bits(float f) {
   return b;
 }
 
+// Float buffers equal bit for bit (NaN and signed zeros included).
+bool SameBits(const std::vector<float>& x, const std::vector<float>& y) {
+  if (x.size() != y.size()) return false;
+  for (size_t i = 0; i < x.size(); ++i) {
+    if (Bits(x[i]) != Bits(y[i])) return false;
+  }
+  return true;
+}
+
 // The tracker's scratch for one patch, zeroed as the tracker allocates it.
 struct Scratch {
   int w, h, ch, F;
@@ -30,10 +40,16 @@ struct Scratch {
   std::vector<uint32_t> bins;
   std::vector<float> feat;
   Scratch(int width, int height, int channels, int features, int cellSize = 4)
-      : w(width), h(height), ch(channels), F(features),
+      : w(width),
+        h(height),
+        ch(channels),
+        F(features),
         img(static_cast<size_t>(width) * height * channels),
-        a(img.size()), b(img.size()), mag(static_cast<size_t>(width) * height),
-        bins(2 * mag.size()), feat(static_cast<size_t>(width / cellSize) * (height / cellSize) * features) {}
+        a(img.size()),
+        b(img.size()),
+        mag(static_cast<size_t>(width) * height),
+        bins(2 * mag.size()),
+        feat(static_cast<size_t>(width / cellSize) * (height / cellSize) * features) {}
   uint8_t& Px(int c, int y, int x) { return img[(static_cast<size_t>(c) * h + y) * w + x]; }
   size_t D(int y, int x) const { return static_cast<size_t>(y) * w + x; }
   uint32_t Run(KernelChoice choice = kDefaultKernels, bool withData = true, bool withGrad = true,
@@ -92,9 +108,9 @@ TEST(OrientationBins, SectorSearch) {
       {5, 0, 0, 0},     // along sector 0
       {-5, 0, 9, 0},    // dot_0 < 0 and nothing larger: the opposite of sector 0
       {0, 5, 4, 4},     // 90 degrees: sector 4 (80) projects 0.98480779, sector 5 0.98480773
-      {0, -5, 13, 4},
+      {0, -5, 13, 4},   // 270 degrees: against sector 4
       {3, 4, 3, 3},     // 53.1 degrees: nearest sector 60
-      {-3, -4, 12, 3},
+      {-3, -4, 12, 3},  // 233.1 degrees: against sector 3
       {1, 1, 2, 2},     // 45 degrees: sector 40
       {-10, 2, 8, 8},   // 168.7 degrees: sector 160 projects 10.08, the opposite of 0 only 10
   };
@@ -202,10 +218,12 @@ struct Entry {
   int cell, bin;
   float value;
 };
-void ExpectEntries(const std::vector<float>& feat, int F, std::vector<Entry> entries, float fill = 0.f) {
+void ExpectEntries(const std::vector<float>& feat, int F, std::vector<Entry> entries,
+                   float fill = 0.f) {
   std::vector<float> want(feat.size(), fill);
   for (const Entry& e : entries) want[static_cast<size_t>(e.cell) * F + e.bin] = fill + e.value;
-  for (size_t i = 0; i < feat.size(); ++i) EXPECT_EQ(feat[i], want[i]) << "cell " << i / F << " bin " << i % F;
+  for (size_t i = 0; i < feat.size(); ++i)
+    EXPECT_EQ(feat[i], want[i]) << "cell " << i / F << " bin " << i % F;
 }
 
 TEST(CellHistograms, OnePixelSpreadsOverNearestCells) {
@@ -219,12 +237,20 @@ TEST(CellHistograms, OnePixelSpreadsOverNearestCells) {
                  {2, 7, (r * 0.125f) * 0.125f}});  // (0, 2)
   // Full form: the same amounts at the unsigned bin and at 9 + signed bin.
   ExpectEntries(Deposit(16, 16, 27, 5, 6, r, 7, 16), 27,
-                {{5, 7, 1.53125f}, {1, 7, 0.21875f}, {6, 7, 0.21875f}, {2, 7, 0.03125f},
-                 {5, 25, 1.53125f}, {1, 25, 0.21875f}, {6, 25, 0.21875f}, {2, 25, 0.03125f}});
+                {{5, 7, 1.53125f},
+                 {1, 7, 0.21875f},
+                 {6, 7, 0.21875f},
+                 {2, 7, 0.03125f},
+                 {5, 25, 1.53125f},
+                 {1, 25, 0.21875f},
+                 {6, 25, 0.21875f},
+                 {2, 25, 0.03125f}});
   // Added onto what the buffer holds, never cleared.
   ExpectEntries(Deposit(16, 16, 9, 5, 6, r, 7, 0, 1000.f), 9,
-                {{5, 7, 1000.f + 1.53125f - 1000.f}, {1, 7, 1000.f + 0.21875f - 1000.f},
-                 {6, 7, 1000.f + 0.21875f - 1000.f}, {2, 7, 1000.f + 0.03125f - 1000.f}},
+                {{5, 7, 1000.f + 1.53125f - 1000.f},
+                 {1, 7, 1000.f + 0.21875f - 1000.f},
+                 {6, 7, 1000.f + 0.21875f - 1000.f},
+                 {2, 7, 1000.f + 0.03125f - 1000.f}},
                 1000.f);
 }
 
@@ -242,7 +268,8 @@ TEST(CellHistograms, BorderRules) {
   // Width 18: 4 cell columns; columns 16 and 17 lie past them and are ignored, column 15
   // still counts (x < width - 1).
   ExpectEntries(Deposit(18, 16, 9, 6, 16, 1.f, 3, 0), 9, {});
-  ExpectEntries(Deposit(18, 16, 9, 6, 15, 1.f, 3, 0), 9, {{7, 3, 0.625f * 0.875f}, {11, 3, 0.625f * 0.125f}});
+  ExpectEntries(Deposit(18, 16, 9, 6, 15, 1.f, 3, 0), 9,
+                {{7, 3, 0.625f * 0.875f}, {11, 3, 0.625f * 0.125f}});
 }
 
 TEST(CellHistograms, PlantedDifferencesThroughTheFullDriver) {
@@ -252,8 +279,15 @@ TEST(CellHistograms, PlantedDifferencesThroughTheFullDriver) {
   s.b[s.D(5, 6)] = 4;
   ASSERT_EQ(s.Run(kDefaultKernels, false, true), 0u);
   EXPECT_EQ(s.mag[s.D(5, 6)], 5.f);
-  ExpectEntries(s.feat, 27, {{5, 3, 3.828125f}, {1, 3, 0.546875f}, {6, 3, 0.546875f}, {2, 3, 0.078125f},
-                             {5, 12, 3.828125f}, {1, 12, 0.546875f}, {6, 12, 0.546875f}, {2, 12, 0.078125f}});
+  ExpectEntries(s.feat, 27,
+                {{5, 3, 3.828125f},
+                 {1, 3, 0.546875f},
+                 {6, 3, 0.546875f},
+                 {2, 3, 0.078125f},
+                 {5, 12, 3.828125f},
+                 {1, 12, 0.546875f},
+                 {6, 12, 0.546875f},
+                 {2, 12, 0.078125f}});
 }
 
 TEST(CellHistograms, RejectedArgumentsTouchNothing) {
@@ -263,7 +297,9 @@ TEST(CellHistograms, RejectedArgumentsTouchNothing) {
   s.ch = 1;
   EXPECT_EQ(s.Run(kDefaultKernels, true, true, 0), 9u);
   EXPECT_EQ(s.Run(kDefaultKernels, true, true, 5), 9u);  // beyond the fixed weight storage
-  EXPECT_EQ(ComputeCellHistograms(nullptr, 4, s.feat.data(), s.a.data(), s.b.data(), s.mag.data(), s.bins.data()), 9u);
+  EXPECT_EQ(ComputeCellHistograms(nullptr, 4, s.feat.data(), s.a.data(), s.b.data(), s.mag.data(),
+                                  s.bins.data()),
+            9u);
   for (float v : s.feat) ASSERT_EQ(v, 5.f);
   for (int16_t v : s.a) ASSERT_EQ(v, 0);
 }
@@ -289,8 +325,9 @@ TEST(CellHistograms, FastRowsEqualReference) {
   std::vector<float> magC(n), magN(n);
   std::vector<uint32_t> binsC(2 * n), binsN(2 * n);
   MagnitudeBinsRow1_C(dx.data(), dy.data(), n, kSectorCos, kSectorSin, magC.data(), binsC.data());
-  MagnitudeBinsRow1_NEON(dx.data(), dy.data(), n, kSectorCos, kSectorSin, magN.data(), binsN.data());
-  EXPECT_EQ(0, std::memcmp(magC.data(), magN.data(), n * sizeof(float)));
+  MagnitudeBinsRow1_NEON(dx.data(), dy.data(), n, kSectorCos, kSectorSin, magN.data(),
+                         binsN.data());
+  EXPECT_TRUE(SameBits(magC, magN));
   EXPECT_EQ(binsC, binsN);
 
   // Three channels: random differences, many with equal squared magnitudes across channels.
@@ -305,8 +342,9 @@ TEST(CellHistograms, FastRowsEqualReference) {
   std::vector<float> m3C(4099), m3N(4099);
   std::vector<uint32_t> b3C(2 * 4099), b3N(2 * 4099);
   MagnitudeBinsRow3_C(dx3.data(), dy3.data(), 4099, kSectorCos, kSectorSin, m3C.data(), b3C.data());
-  MagnitudeBinsRow3_NEON(dx3.data(), dy3.data(), 4099, kSectorCos, kSectorSin, m3N.data(), b3N.data());
-  EXPECT_EQ(0, std::memcmp(m3C.data(), m3N.data(), m3C.size() * sizeof(float)));
+  MagnitudeBinsRow3_NEON(dx3.data(), dy3.data(), 4099, kSectorCos, kSectorSin, m3N.data(),
+                         b3N.data());
+  EXPECT_TRUE(SameBits(m3C, m3N));
   EXPECT_EQ(b3C, b3N);
 #endif
   // Whole drivers, every width from 1 to 20 (tails of the eight- and four-wide rows) and the
@@ -325,8 +363,8 @@ TEST(CellHistograms, FastRowsEqualReference) {
         EXPECT_EQ(ref.a, fast.a) << width << "x" << height << " ch " << ch;
         EXPECT_EQ(ref.b, fast.b);
         EXPECT_EQ(ref.bins, fast.bins);
-        EXPECT_EQ(0, std::memcmp(ref.mag.data(), fast.mag.data(), ref.mag.size() * sizeof(float)));
-        EXPECT_EQ(0, std::memcmp(ref.feat.data(), fast.feat.data(), ref.feat.size() * sizeof(float)));
+        EXPECT_TRUE(SameBits(ref.mag, fast.mag));
+        EXPECT_TRUE(SameBits(ref.feat, fast.feat));
       }
     }
   }
