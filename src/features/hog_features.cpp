@@ -265,6 +265,12 @@ void ComputeMagnitudeBins3(int32_t width, int32_t height, int32_t channels, cons
   }
 }
 
+namespace {
+
+// Cell weights for offsets t = 0 .. cellSize - 1: nearestCell[t] is the direction (-1 or +1)
+// of the neighbour cell a pixel also feeds, cellWeights[2t] the weight of its own cell and
+// cellWeights[2t + 1] that of the neighbour. Size 4 gives (0.625, 0.375), (0.875, 0.125),
+// (0.875, 0.125), (0.625, 0.375).
 void ComputeCellWeights(uint32_t cellSize, int32_t nearestCell[4], float cellWeights[8]) {
   for (uint32_t t = 0; t < kMaxCellSize; ++t) {
     nearestCell[t] = 0;
@@ -296,6 +302,8 @@ void ComputeCellWeights(uint32_t cellSize, int32_t nearestCell[4], float cellWei
     cellWeights[2 * t + 1] = (1.0f / b) * s;
   }
 }
+
+}  // namespace
 
 uint32_t ComputeCellHistogramsWith(KernelChoice choice, uint32_t featuresPerCell,
                                    const FeatureImage* image, uint32_t cellSize, float* cellFeat,

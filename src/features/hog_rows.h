@@ -74,9 +74,3 @@ void MagnitudeBinsRow3_NEON(const int16_t* dx3, const int16_t* dy3, int32_t n,
                             const float* sectorCos, const float* sectorSin, float* mag,
                             uint32_t* bins);
 #endif
-
-// Cell weights for offsets t = 0 .. cellSize - 1 (cellSize at most 4): nearestCell[t] is the
-// direction (-1 or +1) of the neighbour cell a pixel also feeds, cellWeights[2t] the weight of
-// its own cell and cellWeights[2t + 1] that of the neighbour. Size 4 gives (0.625, 0.375),
-// (0.875, 0.125), (0.875, 0.125), (0.625, 0.375).
-void ComputeCellWeights(uint32_t cellSize, int32_t nearestCell[4], float cellWeights[8]);
