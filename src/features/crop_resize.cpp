@@ -134,11 +134,11 @@ inline bool AboveMax(int32_t base, int32_t o, int32_t maxIndex) {
 // entries before it stay written.
 template <bool kInside>
 bool ConvertRow(bool fast, const uint8_t* frame, int64_t frameBytes, const RowBases& rb,
-                const int32_t* list, int32_t n, int32_t maxIndex, uint8_t* rowR, uint8_t* rowG,
-                uint8_t* rowB) {
+                const int32_t* list, int32_t n, int32_t maxIndex, bool belowMax, uint8_t* rowR,
+                uint8_t* rowG, uint8_t* rowB) {
   int32_t k = 0;
   for (; k + 8 <= n; k += 8) {
-    for (int i = 0; i < 8; ++i) {
+    for (int i = 0; i < 8 && !belowMax; ++i) {
       const int32_t o = list[k + i];
       if (AboveMax(rb.y0, o, maxIndex) || AboveMax(rb.y1, o, maxIndex) ||
           AboveMax(rb.c0, o, maxIndex) || AboveMax(rb.c1, o, maxIndex)) {
@@ -161,7 +161,7 @@ bool ConvertRow(bool fast, const uint8_t* frame, int64_t frameBytes, const RowBa
   for (; k < n; ++k) {
     const int32_t o = list[k];
     // The one-at-a-time form checks the luma rows only.
-    if (AboveMax(rb.y0, o, maxIndex) || AboveMax(rb.y1, o, maxIndex)) {
+    if (!belowMax && (AboveMax(rb.y0, o, maxIndex) || AboveMax(rb.y1, o, maxIndex))) {
       ZY_LOGE("Index out of yuv range!");
       return false;
     }
@@ -239,11 +239,16 @@ uint32_t ProcThreeChannelDataWith(KernelChoice choice, const uint8_t* frame, uin
       rb.c0 = Wrap32(chromaBase + static_cast<int64_t>(static_cast<uint32_t>(dy >> 1) * width));
       rb.c1 = Wrap32(static_cast<int64_t>(rb.c0) + width);
       uint8_t* rowR = dst + static_cast<size_t>(r) * static_cast<size_t>(outW);
-      const bool ok = RowInsideFrame(rb, omin, omax, frameBytes)
-                          ? ConvertRow<true>(fast, frame, frameBytes, rb, list, n, maxIndex, rowR,
-                                             rowR + plane, rowR + 2 * plane)
-                          : ConvertRow<false>(fast, frame, frameBytes, rb, list, n, maxIndex, rowR,
-                                              rowR + plane, rowR + 2 * plane);
+      const bool inside = RowInsideFrame(rb, omin, omax, frameBytes);
+      // Inside the frame no index wraps, so one test at the largest offset stands for the
+      // index tests of every entry of the row.
+      const bool belowMax = inside && !AboveMax(rb.y0, omax, maxIndex) && !AboveMax(rb.y1, omax, maxIndex) &&
+                            !AboveMax(rb.c0, omax, maxIndex) && !AboveMax(rb.c1, omax, maxIndex);
+      const bool ok =
+          inside ? ConvertRow<true>(fast, frame, frameBytes, rb, list, n, maxIndex, belowMax, rowR,
+                                    rowR + plane, rowR + 2 * plane)
+                 : ConvertRow<false>(fast, frame, frameBytes, rb, list, n, maxIndex, false, rowR,
+                                     rowR + plane, rowR + 2 * plane);
       if (!ok) {
         result = kFail;
         break;
