@@ -100,6 +100,9 @@ uint32_t updateTracker(TrackingInp& t, FrameView frame, float* resultRoi) {
 
   float peak = 0.f;
   float res[2] = {0.f, 0.f};
+  // The model does not change until the retraining below: its spectra are transformed by
+  // the first detection and reused by the scale tests.
+  t.modelSpecState = kModelSpecFill;
   getFeatures(t, t.featBuf, &t.patchEnergy, 1.0f);
   detect(t, t.featBuf, t.modelFeat, &peak, res);
 
@@ -129,6 +132,7 @@ uint32_t updateTracker(TrackingInp& t, FrameView frame, float* resultRoi) {
     }
   }
   t.peakValue = peak;
+  t.modelSpecState = kModelSpecOff;
 
   const float cell = static_cast<float>(t.cellSize);
   t.roi = TrackerRoi{cx - w * 0.5f + res[0] * cell * t.scale, cy - h * 0.5f + res[1] * cell * t.scale, w, h};

@@ -56,7 +56,9 @@ TrackingInp::TrackingInp(float paddingArg, bool scaleSearch, bool fixedWindowArg
       lastRoi{0.f, 0.f, 0.f, 0.f},
       tmplWidth(0),
       tmplHeight(0),
-      fixedWindow(fixedWindowArg ? 1 : 0) {}
+      fixedWindow(fixedWindowArg ? 1 : 0),
+      modelSpec(nullptr),
+      modelSpecState(kModelSpecOff) {}
 
 TrackerSizes ComputeTrackerSizes(const TrackingInp& t) {
   TrackerSizes s{};
@@ -107,6 +109,8 @@ void ReleaseAll(TrackingInp& t) {
   Release(t.specC);
   Release(t.corrSum);
   Release(t.response);
+  t.modelSpec = nullptr;  // lives inside modelFeat's allocation
+  t.modelSpecState = kModelSpecOff;
 }
 
 }  // namespace
@@ -127,13 +131,15 @@ uint32_t createTracker(TrackingInp& t) {
     ReleaseAll(t);
     return 9;
   }
-  t.modelFeat = AllocZeroed<Complex>(s.M * cells);
+  // modelFeat's allocation carries the model's spectra (modelSpec) behind the model itself.
+  t.modelFeat = AllocZeroed<Complex>(2 * s.M * cells);
   t.featBuf = AllocZeroed<Complex>(s.M * cells);
   t.patchRgb = AllocZeroed<uint8_t>(pixels * 3);
   if (!t.modelFeat || !t.featBuf || !t.patchRgb) {
     ReleaseAll(t);
     return 9;
   }
+  t.modelSpec = t.modelFeat + s.M * cells;
   t.cellFeat = AllocZeroed<float>(s.H * cells);
   t.normFeat = AllocZeroed<float>(s.H * cells);
   t.gradBufA = AllocZeroed<int16_t>(pixels * 3);

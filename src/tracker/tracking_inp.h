@@ -67,6 +67,19 @@ struct TrackingInp {
   int32_t tmplWidth;         // template width after rounding
   int32_t tmplHeight;        // template height after rounding
   uint8_t fixedWindow;       // stored, never read
+  // The model's per-channel spectra, M planes of S x S: the three detections of one update
+  // correlate with the same model, so its planes are transformed once per update and reused
+  // (the same transform of the same values: identical results). It is the second half of
+  // modelFeat's allocation, so it is never released on its own.
+  Complex* modelSpec;
+  uint8_t modelSpecState;    // ModelSpecState
+};
+
+// Whether gaussianCorrelation may use modelSpec for a correlation with modelFeat.
+enum ModelSpecState : uint8_t {
+  kModelSpecOff = 0,    // not in use: transform the model every time
+  kModelSpecFill = 1,   // transform the model into modelSpec on the next correlation
+  kModelSpecReady = 2,  // modelSpec holds the transforms of the current modelFeat
 };
 
 // Buffer sizes derived from a record's parameters.

@@ -62,13 +62,24 @@ void gaussianCorrelation(TrackingInp& t, const Complex* x1, const Complex* x2, f
   const int32_t sx = t.sizeX, sy = t.sizeY, n = t.fftSize;
   const int64_t N = static_cast<int64_t>(sx) * sy;
   const float nF = static_cast<float>(N);
+  // During an update the model's spectra are transformed by the first detection and reused
+  // by the other two (see ModelSpecState).
+  const TrackerSizes sizes = ComputeTrackerSizes(t);
+  const bool modelCached = x2 == t.modelFeat && x1 != x2 && t.modelSpec != nullptr &&
+                           t.modelSpecState != kModelSpecOff &&
+                           t.numChannels * N <= static_cast<int64_t>(sizes.M) * sizes.S * sizes.S;
+  const bool modelFill = modelCached && t.modelSpecState == kModelSpecFill;
   for (int32_t c = 0; c < t.numChannels; ++c) {
     const Complex* p1 = x1 + c * N;
     const Complex* p2 = x2 + c * N;
     Forward(p1, t.specA, n);
     // A self-correlation transforms each plane once: both spectra are the same values.
     const Complex* spec2 = t.specA;
-    if (p2 != p1) {
+    if (modelCached) {
+      Complex* cached = t.modelSpec + c * N;
+      if (modelFill) Forward(p2, cached, n);
+      spec2 = cached;
+    } else if (p2 != p1) {
       Forward(p2, t.specB, n);
       spec2 = t.specB;
     }
@@ -76,6 +87,7 @@ void gaussianCorrelation(TrackingInp& t, const Complex* x1, const Complex* x2, f
     Inverse(t.specC, t.specA, n);
     for (int64_t k = 0; k < N; ++k) t.corrSum[k] += t.specA[k].re / nF;
   }
+  if (modelFill) t.modelSpecState = kModelSpecReady;
   const float norm = static_cast<float>(sy * t.numChannels * sx);
   const float sigma2 = t.sigma * t.sigma;
   for (int64_t k = 0; k < N; ++k) {
