@@ -24,7 +24,10 @@ namespace {
 
 constexpr int kWidth = 320;
 constexpr int kHeight = 240;
-constexpr int kFrames = 21;  // one re-initialisation frame, then 20 tracking frames
+constexpr int kTurn = 20;               // bodies move out for kTurn frames, then come back
+constexpr int kSegmentFrames = 2 * kTurn + 1;  // a re-initialisation frame, then 40 tracking frames
+constexpr int kSegments = 3;            // each with its own textures
+constexpr int kFrames = kSegments * kSegmentFrames;
 constexpr uint32_t kBackgroundSeed = 7;
 // The file is recorded on the host; other architectures only compare against it.
 #if defined(__x86_64__)
@@ -33,7 +36,8 @@ constexpr bool kRecordingHost = true;
 constexpr bool kRecordingHost = false;
 #endif
 
-// A textured body moving at constant speed (pixels per frame) and growing at a constant rate.
+// A textured body moving at constant speed (pixels per frame) and growing at a constant rate
+// (negative: shrinking) until frame kTurn, then retracing its path.
 struct MovingBody {
   float x, y, w, h;
   float vx, vy, gw, gh;
@@ -41,12 +45,20 @@ struct MovingBody {
   int32_t classId;
 };
 
-// Four bodies that never overlap, at different sizes, speeds and directions; the last one grows.
+// Six bodies, one per 106 x 120 cell of a 3 x 2 grid, so they never overlap: different sizes,
+// speeds and directions, one growing, one shrinking, one running close to the right and
+// bottom edges. The path is run three times with new textures, re-initialised each time from
+// the drawn boxes, so the later re-initialisations also carry identities over. A rounding
+// difference seldom moves a box by a whole pixel: an arm64 build with fused multiply-adds
+// differed from the x86-64 boxes in one of seven 41-frame segments tried, hence several
+// segments here, and the separate check for fused instructions in the library's code.
 constexpr MovingBody kBodies[] = {
-    {40.0f, 20.0f, 48.0f, 90.0f, 1.5f, 0.5f, 0.0f, 0.0f, 11u, 1},
-    {200.0f, 40.0f, 40.0f, 80.0f, -1.25f, 0.25f, 0.0f, 0.0f, 22u, 1},
-    {100.0f, 130.0f, 56.0f, 96.0f, 2.0f, 0.0f, 0.0f, 0.0f, 33u, 2},
-    {250.0f, 150.0f, 32.0f, 64.0f, 0.5f, 0.5f, 0.4f, 0.6f, 44u, 3},
+    {40.0f, 12.0f, 36.0f, 72.0f, 1.5f, 0.75f, 0.0f, 0.0f, 11u, 1},
+    {143.0f, 12.0f, 40.0f, 64.0f, -1.25f, 1.0f, 0.0f, 0.0f, 22u, 1},
+    {224.0f, 12.0f, 32.0f, 64.0f, 0.5f, 0.25f, 0.6f, 1.0f, 33u, 2},
+    {40.0f, 132.0f, 48.0f, 80.0f, 1.25f, 0.0f, 0.0f, 0.0f, 44u, 2},
+    {133.0f, 147.0f, 36.0f, 70.0f, -0.75f, -0.75f, -0.4f, -0.8f, 55u, 3},
+    {228.0f, 132.0f, 40.0f, 72.0f, 1.75f, 1.25f, 0.0f, 0.0f, 66u, 3},
 };
 constexpr int kBodyCount = static_cast<int>(sizeof(kBodies) / sizeof(kBodies[0]));
 
@@ -55,8 +67,9 @@ struct Place {
 };
 
 Place At(const MovingBody& b, int frame) {
-  const float t = static_cast<float>(frame);
-  return {b.x + b.vx * t, b.y + b.vy * t, b.w + b.gw * t, b.h + b.gh * t};
+  const int local = frame % kSegmentFrames;
+  const float s = static_cast<float>(local <= kTurn ? local : 2 * kTurn - local);
+  return {b.x + b.vx * s, b.y + b.vy * s, b.w + b.gw * s, b.h + b.gh * s};
 }
 
 // The drawn rectangle as inclusive pixel corners (DrawBody covers [round(x), round(x + w))).
@@ -89,23 +102,23 @@ std::string Format(const Row& r) {
   return s.str();
 }
 
-// Runs the sequence. Returns false when the library does not fill ParamOut at all (a frame
-// pipeline that only checks its handle), so there is nothing to compare.
-bool RunSequence(std::vector<Row>* rows) {
+// Runs the sequence on a fresh handle and returns every output box, frame after frame.
+std::vector<Row> RunSequence() {
+  std::vector<Row> rows;
   AlgoHandle* handle = nullptr;
   EXPECT_EQ(CreateKoTrackingAlgo(&handle), 0);
   EXPECT_EQ(StartKoTrackingAlgo(handle), 0);
-  if (handle == nullptr) return false;
+  if (handle == nullptr) return rows;
 
   Nv21Frame frame(kWidth, kHeight, kWidth);
   std::vector<BodyInfo> in(kBodyCount);
   std::vector<BodyInfo> out(MAX_INPLACE_NUM);
-  bool filled = true;
-  for (int t = 0; t < kFrames && filled; ++t) {
-    FillBackground(frame, kBackgroundSeed);
+  for (int t = 0; t < kFrames; ++t) {
+    const uint32_t segment = static_cast<uint32_t>(t / kSegmentFrames);
+    FillBackground(frame, kBackgroundSeed + segment);
     for (int i = 0; i < kBodyCount; ++i) {
       const Place p = At(kBodies[i], t);
-      DrawBody(frame, p.x, p.y, p.w, p.h, kBodies[i].seed);
+      DrawBody(frame, p.x, p.y, p.w, p.h, kBodies[i].seed + 100u * segment);
       // Boxes are read on the re-initialisation frame only; `extra` on every frame.
       in[static_cast<size_t>(i)] = {kBodies[i].classId, 0, RoiOf(p), 1000u + static_cast<uint32_t>(t * 10 + i)};
     }
@@ -117,24 +130,47 @@ bool RunSequence(std::vector<Row>* rows) {
     pin.image = frame.data.data();
     pin.bodies = in.data();
     pin.bodyNum = kBodyCount;
-    pin.isFirstFrame = t == 0 ? 1 : 0;
+    pin.isFirstFrame = t % kSegmentFrames == 0 ? 1 : 0;
     ParamOut pout;
     std::memset(&pout, 0, sizeof pout);
     std::memset(out.data(), 0xff, out.size() * sizeof(BodyInfo));
     pout.bodies = out.data();
-    pout.bodyNum = -1;  // left as is by a library that does not fill the output
+    pout.bodyNum = -1;
     EXPECT_EQ(ProcessKoTrackingAlgo(handle, &pin, &pout), 0);
-    if (pout.bodyNum < 0) {
-      filled = false;
-      break;
-    }
     EXPECT_EQ(pout.bodyNum, kBodyCount) << "frame " << t;
     for (int i = 0; i < pout.bodyNum && i < MAX_INPLACE_NUM; ++i) {
-      rows->push_back({t, i, out[static_cast<size_t>(i)]});
+      rows.push_back({t, i, out[static_cast<size_t>(i)]});
     }
   }
   EXPECT_EQ(DestroyKoTrackingAlgo(&handle), 0);
-  return filled;
+  return rows;
+}
+
+// The boxes are only worth recording when they follow the bodies: a tracker that lost them
+// would leave little float work in the comparison. Loose bound: the box centre stays within a
+// third of the body's size of the drawn centre; identities are 1..6 in input order and stay so
+// across re-initialisations, classes and `extra` pass through, and a re-initialisation frame
+// returns the input boxes.
+void ExpectTheBodiesAreFollowed(const std::vector<Row>& rows) {
+  ASSERT_EQ(rows.size(), static_cast<size_t>(kFrames * kBodyCount));
+  for (const Row& r : rows) {
+    const MovingBody& b = kBodies[r.body];
+    const BodyRoi truth = RoiOf(At(b, r.frame));
+    EXPECT_EQ(r.info.classId, b.classId) << Format(r);
+    EXPECT_EQ(r.info.bodyId, r.body + 1) << Format(r);
+    EXPECT_EQ(r.info.extra, 1000u + static_cast<uint32_t>(r.frame * 10 + r.body)) << Format(r);
+    const float tw = static_cast<float>(truth.right - truth.left);
+    const float th = static_cast<float>(truth.bottom - truth.top);
+    const float dx = 0.5f * static_cast<float>((r.info.roi.left + r.info.roi.right) - (truth.left + truth.right));
+    const float dy = 0.5f * static_cast<float>((r.info.roi.top + r.info.roi.bottom) - (truth.top + truth.bottom));
+    EXPECT_LE(std::fabs(dx), tw / 3.0f) << "lost: " << Format(r);
+    EXPECT_LE(std::fabs(dy), th / 3.0f) << "lost: " << Format(r);
+    if (r.frame % kSegmentFrames == 0) {
+      EXPECT_TRUE(r.info.roi.left == truth.left && r.info.roi.top == truth.top &&
+                  r.info.roi.right == truth.right && r.info.roi.bottom == truth.bottom)
+          << Format(r);
+    }
+  }
 }
 
 std::vector<Row> ReadGolden(const std::string& path, std::string* error) {
@@ -164,7 +200,7 @@ std::vector<Row> ReadGolden(const std::string& path, std::string* error) {
 bool WriteGolden(const std::string& path, const std::vector<Row>& rows) {
   std::ofstream f(path, std::ios::trunc);
   f << "# Boxes of the synthetic sequence of tests/golden/golden_test.cpp (" << kWidth << "x" << kHeight
-    << ", " << kBodyCount << " bodies, " << kFrames << " frames).\n"
+    << ", " << kBodyCount << " bodies, " << kSegments << " x " << kSegmentFrames << " frames).\n"
     << "# Every build, x86-64 and arm64, must output exactly these. Written by a host run:\n"
     << "#   ZY_WRITE_GOLDEN=1 build/host/tests/golden/zy_golden_tests\n"
     << "# frame body classId bodyId left top right bottom extra\n";
@@ -172,19 +208,10 @@ bool WriteGolden(const std::string& path, const std::vector<Row>& rows) {
   return static_cast<bool>(f);
 }
 
-TEST(Golden, BoxesMatchTheRecordedFileOnEveryArchitecture) {
-  std::vector<Row> rows;
-  if (!RunSequence(&rows)) GTEST_SKIP() << "ProcessKoTrackingAlgo does not fill ParamOut yet";
-  ASSERT_FALSE(rows.empty());
-
-  // Two runs in one process must agree before two machines can: the bodies are tracked on
-  // worker threads, and no result may depend on their timing.
-  std::vector<Row> again;
-  ASSERT_TRUE(RunSequence(&again));
-  ASSERT_EQ(again.size(), rows.size());
-  for (size_t k = 0; k < rows.size(); ++k) {
-    EXPECT_TRUE(SameRow(rows[k], again[k])) << "run 1: " << Format(rows[k]) << "\nrun 2: " << Format(again[k]);
-  }
+TEST(Golden, SyntheticSequenceGivesTheRecordedBoxes) {
+  const std::vector<Row> rows = RunSequence();
+  ExpectTheBodiesAreFollowed(rows);
+  if (HasFailure()) return;  // never compare, or record, a sequence that was not tracked
 
   const char* write = std::getenv("ZY_WRITE_GOLDEN");
   if (write != nullptr && write[0] == '1') {
@@ -207,32 +234,6 @@ TEST(Golden, BoxesMatchTheRecordedFileOnEveryArchitecture) {
     }
   }
   EXPECT_EQ(differences, 0) << "boxes differing from " << ZY_GOLDEN_FILE;
-}
-
-// The recorded boxes are only worth comparing when they follow the bodies: a tracker that lost
-// them would leave little float work in the comparison. Loose bound: the box centre stays within
-// a third of the body's size of the drawn centre, and identities are 1..4 in input order.
-TEST(Golden, TheSequenceIsTrackedNotLost) {
-  std::vector<Row> rows;
-  if (!RunSequence(&rows)) GTEST_SKIP() << "ProcessKoTrackingAlgo does not fill ParamOut yet";
-  for (const Row& r : rows) {
-    ASSERT_LT(r.body, kBodyCount);
-    const MovingBody& b = kBodies[r.body];
-    const BodyRoi truth = RoiOf(At(b, r.frame));
-    EXPECT_EQ(r.info.classId, b.classId) << Format(r);
-    EXPECT_EQ(r.info.bodyId, r.body + 1) << Format(r);
-    EXPECT_EQ(r.info.extra, 1000u + static_cast<uint32_t>(r.frame * 10 + r.body)) << Format(r);
-    const float tw = static_cast<float>(truth.right - truth.left);
-    const float th = static_cast<float>(truth.bottom - truth.top);
-    const float dx = 0.5f * static_cast<float>((r.info.roi.left + r.info.roi.right) - (truth.left + truth.right));
-    const float dy = 0.5f * static_cast<float>((r.info.roi.top + r.info.roi.bottom) - (truth.top + truth.bottom));
-    EXPECT_LE(std::fabs(dx), tw / 3.0f) << "frame " << r.frame << ": " << Format(r);
-    EXPECT_LE(std::fabs(dy), th / 3.0f) << "frame " << r.frame << ": " << Format(r);
-    if (r.frame == 0) {
-      EXPECT_EQ(r.info.roi.left, truth.left);
-      EXPECT_EQ(r.info.roi.right, truth.right);
-    }
-  }
 }
 
 }  // namespace
