@@ -1,0 +1,437 @@
+// This library against the trackers users pick today, on the same frames and boxes in one run:
+// OpenCV's TrackerKCF, TrackerCSRT and legacy TrackerMOSSE, and dlib's correlation_tracker
+// (when built with dlib). Every peer runs one tracker per body on one thread, on the frames
+// converted to BGR (the conversion is not timed); this library runs through its C interface on
+// the NV21 frames with its parallel loop limited to the calling thread.
+//
+// Printed: per-body update time (median, p90), per-frame time, accuracy against the scene's
+// true boxes (success AUC over IoU thresholds 0..1, precision at 20 px), the ratios, the cost
+// against the box size, whole 1080p frames on one and two threads, the resident memory of a
+// started handle and the heap allocations of tracking frames.
+#include <android/log.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <opencv2/core.hpp>
+#include <opencv2/core/utility.hpp>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+#include <opencv2/tracking.hpp>
+#include <opencv2/tracking/tracking_legacy.hpp>
+#if ZY_BENCH_HAVE_DLIB
+#include <dlib/image_processing.h>
+#include <dlib/opencv.h>
+#endif
+
+#include "frame_driver.h"
+#include "runtime/qtx.h"
+#include "scene.h"
+
+// Heap allocations of the whole process, the library's included (counting_new.cpp).
+long HeapAllocations();
+
+namespace {
+
+using zybench::Box;
+using zybench::FrameDriver;
+using zybench::Scene;
+using zybench::SceneSpec;
+using Clock = std::chrono::steady_clock;
+
+double Micros(Clock::time_point a, Clock::time_point b) {
+  return std::chrono::duration<double, std::micro>(b - a).count();
+}
+
+double Percentile(std::vector<double> v, double p) {
+  if (v.empty()) return 0;
+  std::sort(v.begin(), v.end());
+  const size_t k = static_cast<size_t>(std::lround(p * static_cast<double>(v.size() - 1)));
+  return v[std::min(k, v.size() - 1)];
+}
+
+// Threads of the library's parallel loop (the caller included).
+void SetLoopThreads(int threads) {
+  auto& session = GetSession();
+  if (!session) return;
+  session->SetOptionB(threads);
+  QTX::InitRuntime(session);
+}
+
+long ResidentKiB() {
+  FILE* f = std::fopen("/proc/self/status", "r");
+  if (f == nullptr) return -1;
+  char line[256];
+  long kib = -1;
+  while (std::fgets(line, sizeof line, f) != nullptr) {
+    if (std::strncmp(line, "VmRSS:", 6) == 0) kib = std::atol(line + 6);
+  }
+  std::fclose(f);
+  return kib;
+}
+
+// What one tracker (or this library) did on one scene.
+struct Result {
+  std::string name;
+  std::vector<double> perBodyUs;  // one per body and tracking frame
+  std::vector<double> frameMs;    // all bodies of one tracking frame
+  std::vector<float> iou, dist;   // one per body and tracking frame
+  bool ran = false;
+};
+
+double SuccessAuc(const std::vector<float>& iou) {
+  if (iou.empty()) return 0;
+  double sum = 0;
+  int steps = 0;
+  for (int k = 0; k <= 20; ++k, ++steps) {
+    const float th = 0.05f * static_cast<float>(k);
+    size_t ok = 0;
+    for (float v : iou) ok += v > th;
+    sum += static_cast<double>(ok) / static_cast<double>(iou.size());
+  }
+  return sum / steps;
+}
+
+double PrecisionAt(const std::vector<float>& dist, float px) {
+  if (dist.empty()) return 0;
+  size_t ok = 0;
+  for (float d : dist) ok += d <= px;
+  return static_cast<double>(ok) / static_cast<double>(dist.size());
+}
+
+// NV21 frames of a scene and their BGR conversions, rendered once.
+struct Frames {
+  std::vector<cv::Mat> bgr;
+  explicit Frames(const FrameDriver& d, const Scene& s) {
+    for (int t = 0; t < d.frames(); ++t) {
+      const cv::Mat nv21(s.height() * 3 / 2, s.width(), CV_8UC1, const_cast<uint8_t*>(d.Frame(t)));
+      cv::Mat out;
+      cv::cvtColor(nv21, out, cv::COLOR_YUV2BGR_NV21);
+      bgr.push_back(out);
+    }
+  }
+};
+
+Result RunOurs(FrameDriver& driver, const Scene& scene) {
+  Result r;
+  r.name = "this library";
+  const int n = static_cast<int>(scene.bodies().size());
+  driver.Reinit();
+  for (int t = 1; t < driver.frames(); ++t) {
+    const auto a = Clock::now();
+    driver.Track(t);
+    const auto b = Clock::now();
+    const double us = Micros(a, b);
+    r.frameMs.push_back(us / 1000.0);
+    for (int i = 0; i < n; ++i) {
+      r.perBodyUs.push_back(us / n);
+      const Box truth = scene.BoxAt(i, t);
+      const Box got = driver.Output(i);
+      r.iou.push_back(zybench::Iou(truth, got));
+      r.dist.push_back(zybench::CentreDistance(truth, got));
+    }
+  }
+  r.ran = true;
+  return r;
+}
+
+// One peer tracker per body: init(frame, box) and update(frame) -> box.
+struct PeerTracker {
+  virtual ~PeerTracker() = default;
+  virtual void Init(const cv::Mat& frame, const Box& box) = 0;
+  virtual Box Update(const cv::Mat& frame) = 0;
+};
+
+template <class Make>
+struct OpenCvTracker : PeerTracker {
+  cv::Ptr<cv::Tracker> t;
+  cv::Rect box;
+  explicit OpenCvTracker(Make make) : t(make()) {}
+  void Init(const cv::Mat& frame, const Box& b) override {
+    box = cv::Rect(static_cast<int>(std::lround(b.x)), static_cast<int>(std::lround(b.y)),
+                   static_cast<int>(std::lround(b.w)), static_cast<int>(std::lround(b.h)));
+    t->init(frame, box);
+  }
+  Box Update(const cv::Mat& frame) override {
+    cv::Rect r;
+    if (t->update(frame, r)) box = r;  // a lost target keeps its last box
+    return Box{static_cast<float>(box.x), static_cast<float>(box.y), static_cast<float>(box.width),
+               static_cast<float>(box.height)};
+  }
+};
+
+struct MosseTracker : PeerTracker {
+  cv::Ptr<cv::legacy::TrackerMOSSE> t = cv::legacy::TrackerMOSSE::create();
+  cv::Rect2d box;
+  void Init(const cv::Mat& frame, const Box& b) override {
+    box = cv::Rect2d(b.x, b.y, b.w, b.h);
+    t->init(frame, box);
+  }
+  Box Update(const cv::Mat& frame) override {
+    cv::Rect2d r;
+    if (t->update(frame, r)) box = r;
+    return Box{static_cast<float>(box.x), static_cast<float>(box.y), static_cast<float>(box.width),
+               static_cast<float>(box.height)};
+  }
+};
+
+#if ZY_BENCH_HAVE_DLIB
+struct DlibTracker : PeerTracker {
+  dlib::correlation_tracker t;
+  void Init(const cv::Mat& frame, const Box& b) override {
+    const dlib::cv_image<dlib::bgr_pixel> img(frame);
+    t.start_track(img, dlib::drectangle(b.x, b.y, b.x + b.w - 1, b.y + b.h - 1));
+  }
+  Box Update(const cv::Mat& frame) override {
+    const dlib::cv_image<dlib::bgr_pixel> img(frame);
+    t.update(img);
+    const dlib::drectangle r = t.get_position();
+    return Box{static_cast<float>(r.left()), static_cast<float>(r.top()), static_cast<float>(r.width()),
+               static_cast<float>(r.height())};
+  }
+};
+#endif
+
+struct Peer {
+  std::string name;
+  std::function<std::unique_ptr<PeerTracker>()> make;
+};
+
+std::vector<Peer> Peers(bool withCsrt) {
+  std::vector<Peer> peers;
+  peers.push_back({"OpenCV KCF", [] {
+                     auto make = [] { return cv::Ptr<cv::Tracker>(cv::TrackerKCF::create()); };
+                     return std::unique_ptr<PeerTracker>(new OpenCvTracker<decltype(make)>(make));
+                   }});
+  if (withCsrt) {
+    peers.push_back({"OpenCV CSRT", [] {
+                       auto make = [] { return cv::Ptr<cv::Tracker>(cv::TrackerCSRT::create()); };
+                       return std::unique_ptr<PeerTracker>(new OpenCvTracker<decltype(make)>(make));
+                     }});
+  }
+  peers.push_back({"OpenCV MOSSE (legacy)", [] { return std::unique_ptr<PeerTracker>(new MosseTracker()); }});
+#if ZY_BENCH_HAVE_DLIB
+  peers.push_back({"dlib correlation", [] { return std::unique_ptr<PeerTracker>(new DlibTracker()); }});
+#endif
+  return peers;
+}
+
+Result RunPeer(const Peer& peer, const Frames& frames, const Scene& scene, int count) {
+  Result r;
+  r.name = peer.name;
+  const int n = static_cast<int>(scene.bodies().size());
+  std::vector<std::unique_ptr<PeerTracker>> trackers;
+  for (int i = 0; i < n; ++i) {
+    trackers.push_back(peer.make());
+    trackers.back()->Init(frames.bgr[0], scene.BoxAt(i, 0));
+  }
+  for (int t = 1; t < count; ++t) {
+    double frameUs = 0;
+    for (int i = 0; i < n; ++i) {
+      const auto a = Clock::now();
+      const Box got = trackers[static_cast<size_t>(i)]->Update(frames.bgr[static_cast<size_t>(t)]);
+      const auto b = Clock::now();
+      const double us = Micros(a, b);
+      frameUs += us;
+      r.perBodyUs.push_back(us);
+      const Box truth = scene.BoxAt(i, t);
+      r.iou.push_back(zybench::Iou(truth, got));
+      r.dist.push_back(zybench::CentreDistance(truth, got));
+    }
+    r.frameMs.push_back(frameUs / 1000.0);
+  }
+  r.ran = true;
+  return r;
+}
+
+void PrintTable(const char* title, const std::vector<Result>& results) {
+  std::printf("\n### %s\n\n", title);
+  std::printf("| tracker | per-body median (us) | per-body p90 (us) | frame median (ms) | success AUC | precision @20px | peer / ours (median) |\n");
+  std::printf("|---|---:|---:|---:|---:|---:|---:|\n");
+  const double ours = Percentile(results[0].perBodyUs, 0.5);
+  for (const Result& r : results) {
+    if (!r.ran) continue;
+    const double med = Percentile(r.perBodyUs, 0.5);
+    std::printf("| %s | %.1f | %.1f | %.2f | %.3f | %.3f | %s |\n", r.name.c_str(), med,
+                Percentile(r.perBodyUs, 0.9), Percentile(r.frameMs, 0.5), SuccessAuc(r.iou),
+                PrecisionAt(r.dist, 20.0f), &r == &results[0] ? "1" : std::to_string(med / ours).substr(0, 5).c_str());
+  }
+  std::fflush(stdout);
+}
+
+struct SceneCase {
+  const char* name;
+  int width, height, bodies, frames;
+  int peerFrames;  // frames the slow peers run (CSRT is about 20 ms a body)
+};
+
+void CompareOnScenes(const zybench::Photo& photo, bool quick) {
+  const SceneCase cases[] = {
+      {"720p, 4 bodies", 1280, 720, 4, quick ? 20 : 60, quick ? 20 : 60},
+      {"720p, 30 bodies", 1280, 720, 30, quick ? 10 : 30, quick ? 10 : 20},
+      {"1080p, 10 bodies", 1920, 1080, 10, quick ? 10 : 40, quick ? 10 : 30},
+      {"1080p, 30 bodies", 1920, 1080, 30, quick ? 10 : 30, quick ? 10 : 20},
+  };
+  for (const SceneCase& c : cases) {
+    SceneSpec spec;
+    spec.width = c.width;
+    spec.height = c.height;
+    spec.bodies = c.bodies;
+    spec.minSide = c.height / 18.0f;
+    spec.maxSide = c.height / 6.0f;
+    spec.maxSpeed = 4;
+    spec.seed = static_cast<uint32_t>(c.width + c.bodies);
+    const Scene scene(spec, photo);
+    FrameDriver driver(scene, c.frames);
+    const Frames frames(driver, scene);
+    SetLoopThreads(1);
+    std::vector<Result> results;
+    results.push_back(RunOurs(driver, scene));
+    for (const Peer& p : Peers(true)) {
+      const int count = p.name == "OpenCV CSRT" ? c.peerFrames : c.frames;
+      results.push_back(RunPeer(p, frames, scene, count));
+    }
+    char title[160];
+    std::snprintf(title, sizeof title, "%s, %dx%d, %d tracking frames (CSRT %d)", c.name, c.width, c.height,
+                  c.frames - 1, c.peerFrames - 1);
+    PrintTable(title, results);
+  }
+}
+
+// Per-body cost against the box side: 4 square bodies on a 1080p frame.
+void SweepBoxSides(const zybench::Photo& photo, bool quick) {
+  std::printf("\n### Per-body update against the box side (1080p, 4 bodies, median us)\n\n");
+  std::vector<Peer> peers = Peers(false);
+  std::printf("| box side (px) | this library |");
+  for (const Peer& p : peers) std::printf(" %s |", p.name.c_str());
+  std::printf("\n|---:|---:|");
+  for (size_t k = 0; k < peers.size(); ++k) std::printf("---:|");
+  std::printf("\n");
+  const int frames = quick ? 8 : 16;
+  for (const float side : {20.f, 50.f, 100.f, 200.f, 500.f, 1000.f}) {
+    SceneSpec spec;
+    spec.width = 1920;
+    spec.height = 1080;
+    const Scene scene(spec, zybench::BodiesOfSide(4, side, 1920, 1080, 21), photo);
+    FrameDriver driver(scene, frames);
+    const Frames bgr(driver, scene);
+    SetLoopThreads(1);
+    std::printf("| %.0f | %.1f |", side, Percentile(RunOurs(driver, scene).perBodyUs, 0.5));
+    for (const Peer& p : peers) std::printf(" %.1f |", Percentile(RunPeer(p, bgr, scene, frames).perBodyUs, 0.5));
+    std::printf("\n");
+    std::fflush(stdout);
+  }
+}
+
+// A 1080p frame with 30 bodies on one thread and on two, frames alternating between the two
+// settings so that both see the same machine load.
+void FrameThreads(const zybench::Photo& photo, bool quick) {
+  SceneSpec spec;
+  spec.width = 1920;
+  spec.height = 1080;
+  spec.bodies = 30;
+  spec.minSide = 60;
+  spec.maxSide = 180;
+  spec.seed = 99;
+  const Scene scene(spec, photo);
+  const int frames = quick ? 10 : 30;
+  FrameDriver one(scene, frames);
+  FrameDriver two(scene, frames);
+  std::vector<double> ms[2];
+  const int rounds = quick ? 2 : 4;
+  for (int round = 0; round < rounds; ++round) {
+    one.Reinit();
+    two.Reinit();
+    for (int t = 1; t < frames; ++t) {
+      for (int k = 0; k < 2; ++k) {
+        SetLoopThreads(k + 1);
+        const auto a = Clock::now();
+        (k == 0 ? one : two).Track(t);
+        ms[k].push_back(Micros(a, Clock::now()) / 1000.0);
+      }
+    }
+  }
+  const double m1 = Percentile(ms[0], 0.5), m2 = Percentile(ms[1], 0.5);
+  std::printf("\n### 1080p tracking frame, 30 bodies (%zu frames each)\n\n", ms[0].size());
+  std::printf("| loop threads | median (ms) | p90 (ms) |\n|---:|---:|---:|\n");
+  std::printf("| 1 | %.2f | %.2f |\n| 2 | %.2f | %.2f |\n", m1, Percentile(ms[0], 0.9), m2, Percentile(ms[1], 0.9));
+  std::printf("\nspeed-up of two threads over one: %.2fx\n", m1 / m2);
+  std::fflush(stdout);
+}
+
+// Resident memory of a started handle, and heap allocations during tracking frames.
+void MemoryAndAllocations(const zybench::Photo& photo) {
+  SceneSpec spec;
+  spec.width = 1920;
+  spec.height = 1080;
+  spec.bodies = 30;
+  spec.seed = 5;
+  const Scene scene(spec, photo);
+  const long base = ResidentKiB();
+  FrameDriver driver(scene, 12);
+  driver.Reinit();
+  const long afterInit = ResidentKiB();
+  long allocations = 0;
+  for (int t = 1; t < driver.frames(); ++t) {
+    const long before = HeapAllocations();
+    driver.Track(t);
+    allocations += HeapAllocations() - before;
+  }
+  const long afterTrack = ResidentKiB();
+  // The driver's frames are rendered before the handle is created; what the handle adds is
+  // read against the resident size with the frames in place.
+  const long frameKiB = static_cast<long>(scene.FrameBytes() * 12 / 1024);
+  std::printf("\n### Memory and allocations (1080p, 30 bodies)\n\n");
+  std::printf("- resident growth from process start to a started handle with 30 initialised trackers, "
+              "less the %ld KiB of rendered frames: %ld KiB\n",
+              frameKiB, afterInit - base - frameKiB);
+  std::printf("- resident growth over %d tracking frames: %ld KiB\n", driver.frames() - 1, afterTrack - afterInit);
+  std::printf("- heap allocations during %d tracking frames: %ld\n", driver.frames() - 1, allocations);
+  std::fflush(stdout);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  __android_log_set_minimum_priority(ANDROID_LOG_FATAL);  // the library's lines would mix in
+  bool quick = false;
+  std::string photoPath = "/usr/share/doc/opencv-doc/examples/data/building.jpg";
+  std::vector<std::string> sections;
+  for (int k = 1; k < argc; ++k) {
+    const std::string a = argv[k];
+    if (a == "--quick") {
+      quick = true;
+    } else if (a.rfind("--photo=", 0) == 0) {
+      photoPath = a.substr(8);
+    } else {
+      sections.push_back(a);  // scenes, sweep, threads, memory
+    }
+  }
+  auto want = [&](const char* s) {
+    return sections.empty() || std::find(sections.begin(), sections.end(), s) != sections.end();
+  };
+  cv::setNumThreads(1);  // one thread for every peer
+  const cv::Mat photo = cv::imread(photoPath, cv::IMREAD_COLOR);
+  zybench::Photo bg;
+  if (!photo.empty() && photo.isContinuous()) {
+    bg = zybench::Photo{photo.data, photo.cols, photo.rows};
+    std::printf("background photo: %s (%dx%d)\n", photoPath.c_str(), photo.cols, photo.rows);
+  } else {
+    std::printf("background photo %s not readable: procedural background\n", photoPath.c_str());
+  }
+  // The library's handle (below, in each driver) starts the shared runtime.
+  if (want("memory")) MemoryAndAllocations(bg);
+  if (want("scenes")) CompareOnScenes(bg, quick);
+  if (want("sweep")) SweepBoxSides(bg, quick);
+  if (want("threads")) FrameThreads(bg, quick);
+  return 0;
+}

@@ -1,0 +1,68 @@
+// Fixed-input driver for instruction counts: a 1280 x 720 scene with 10 bodies, every tracker
+// initialised on frame 0 and updated on frames 1..20, one body after another on this thread.
+// Run it under callgrind with the collection limited to the update:
+//   valgrind --tool=callgrind --toggle-collect='updateTracker*' zy_bench_icount
+// and divide the collected count by the updates it prints. The frames are rendered before the
+// first update, and nothing is printed between updates, so the count is exactly repeatable.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include "scene.h"
+#include "tracker/tracking_inp.h"
+
+int main(int argc, char** argv) {
+  const int frames = argc > 1 ? std::atoi(argv[1]) : 20;
+  zybench::SceneSpec spec;
+  spec.width = 1280;
+  spec.height = 720;
+  spec.bodies = 10;
+  spec.seed = 7;
+  const zybench::Scene scene(spec);
+
+  std::vector<std::vector<uint8_t>> nv21(static_cast<size_t>(frames) + 1);
+  for (int t = 0; t <= frames; ++t) {
+    nv21[static_cast<size_t>(t)].resize(scene.FrameBytes());
+    scene.Render(t, nv21[static_cast<size_t>(t)].data());
+  }
+
+  std::vector<std::unique_ptr<TrackingInp>> trackers;
+  for (int i = 0; i < spec.bodies; ++i) {
+    trackers.push_back(std::make_unique<TrackingInp>(2.5f, true, true, true));
+    if (createTracker(*trackers.back()) != 0) return 1;
+  }
+  const FrameView first{spec.height, spec.width, nv21[0].data(), 3, 0};
+  for (int i = 0; i < spec.bodies; ++i) {
+    const zybench::Box b = scene.BoxAt(i, 0);
+    const zybench::Corners c = zybench::ToCorners(b);
+    const float box[4] = {static_cast<float>(c.left), static_cast<float>(c.top),
+                          static_cast<float>(c.right - c.left), static_cast<float>(c.bottom - c.top)};
+    initTracker(*trackers[static_cast<size_t>(i)], box, first);
+  }
+
+  // The collected region: only updateTracker and what it calls.
+  std::vector<float> results(static_cast<size_t>(frames) * spec.bodies * 4);
+  long updates = 0;
+  for (int t = 1; t <= frames; ++t) {
+    const FrameView frame{spec.height, spec.width, nv21[static_cast<size_t>(t)].data(), 3, 0};
+    for (int i = 0; i < spec.bodies; ++i) {
+      updateTracker(*trackers[static_cast<size_t>(i)], frame,
+                    &results[(static_cast<size_t>(t - 1) * spec.bodies + i) * 4]);
+      ++updates;
+    }
+  }
+
+  // A checksum of every box, so that builds can be compared for identical results.
+  uint64_t sum = 1469598103934665603ull;
+  for (float f : results) {
+    uint32_t bits;
+    static_assert(sizeof bits == sizeof f, "float is 32 bits");
+    std::memcpy(&bits, &f, sizeof bits);
+    sum = (sum ^ bits) * 1099511628211ull;
+  }
+  std::printf("updates: %ld\nbox checksum: %016llx\n", updates, static_cast<unsigned long long>(sum));
+  for (auto& t : trackers) freeTracker(*t);
+  return 0;
+}
