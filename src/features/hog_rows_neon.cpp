@@ -56,28 +56,29 @@ SectorVectors LoadSectors(const float* sectorCos, const float* sectorSin) {
   return v;
 }
 
-// The sector search of four pixels. best = max(best, |dot_k|) and a lane takes sector k when
-// |dot_k| > best, as k if dot_k > best and as k + 9 otherwise: after sector 0 best is never
-// negative, so this is the scalar rule (dot_k > best, else -dot_k > best) lane by lane.
-// Stores unsigned and signed bins interleaved at bins[0..7].
-inline void SearchSectors4(const SectorVectors& sv, int32x4_t dx, int32x4_t dy, uint32_t* bins) {
-  const float32x4_t fx = vcvtq_f32_s32(dx);
-  const float32x4_t fy = vcvtq_f32_s32(dy);
+// The sector search of four pixels, keeping only the signed bin: per sector k a lane takes k
+// when |dot_k| > best, and best = max(best, |dot_k|). A lane that takes sector k has
+// |dot_k| > best >= 0 (after sector 0 best is |dot_0|; at sector 0 a lane takes it only when
+// dot_0 < 0), so the scalar rule "dot_k > best" holds exactly when dot_k > 0: the signed bin is
+// k then and k + 9 otherwise. The unsigned bin is the signed one folded below 9. Stores the
+// unsigned and signed bins interleaved at bins[0..7].
+inline void SearchSectors4(const SectorVectors& sv, float32x4_t fx, float32x4_t fy, uint32_t* bins) {
+  const float32x4_t zero = vdupq_n_f32(0.f);
+  const uint32x4_t nine = vdupq_n_u32(9);
   float32x4_t best = vaddq_f32(vmulq_f32(sv.c[0], fx), vmulq_f32(sv.s[0], fy));
-  uint32x4x2_t out;
-  out.val[0] = vdupq_n_u32(0);  // unsigned
-  out.val[1] = vdupq_n_u32(0);  // signed
+  uint32x4_t signedBin = vdupq_n_u32(0);
+#pragma GCC unroll 9
   for (uint32_t k = 0; k < 9; ++k) {
     const float32x4_t dot = vaddq_f32(vmulq_f32(sv.c[k], fx), vmulq_f32(sv.s[k], fy));
     const float32x4_t size = vabsq_f32(dot);
     const uint32x4_t take = vcgtq_f32(size, best);
-    const uint32x4_t along = vcgtq_f32(dot, best);
-    const uint32x4_t signedK = vbslq_u32(along, vdupq_n_u32(k), vdupq_n_u32(k + 9));
-    out.val[0] = vbslq_u32(take, vdupq_n_u32(k), out.val[0]);
-    out.val[1] = vbslq_u32(take, signedK, out.val[1]);
+    const uint32x4_t candidate = vaddq_u32(vdupq_n_u32(k), vbicq_u32(nine, vcgtq_f32(dot, zero)));
+    signedBin = vbslq_u32(take, candidate, signedBin);
     best = vmaxq_f32(best, size);
   }
-  vst2q_u32(bins, out);
+  const uint32x4_t unsignedBin = vsubq_u32(signedBin, vandq_u32(vcgtq_u32(signedBin, vdupq_n_u32(8)), nine));
+  vst1q_u32(bins, vzip1q_u32(unsignedBin, signedBin));
+  vst1q_u32(bins + 4, vzip2q_u32(unsignedBin, signedBin));
 }
 
 // Correctly rounded square root per lane: the instruction on arm64; SIMDe (0.7.4) has no
@@ -88,8 +89,30 @@ inline float32x4_t Sqrt4(float32x4_t v) {
 #else
   float lanes[4];
   vst1q_f32(lanes, v);
+#pragma GCC unroll 4
   for (float& f : lanes) f = std::sqrt(f);
   return vld1q_f32(lanes);
+#endif
+}
+
+// The three interleaved channels of four pixels, widened to 32 bits. arm64 has the
+// de-interleaving load; SIMDe runs it element by element, and a plain gather is cheaper there.
+inline void Load3(const int16_t* v3, int32x4_t* c0, int32x4_t* c1, int32x4_t* c2) {
+#if defined(__aarch64__)
+  const int16x4x3_t v = vld3_s16(v3);
+  *c0 = vmovl_s16(v.val[0]);
+  *c1 = vmovl_s16(v.val[1]);
+  *c2 = vmovl_s16(v.val[2]);
+#else
+  int32_t lanes[3][4];
+#pragma GCC unroll 4
+  for (int p = 0; p < 4; ++p) {
+#pragma GCC unroll 3
+    for (int ch = 0; ch < 3; ++ch) lanes[ch][p] = v3[3 * p + ch];
+  }
+  *c0 = vld1q_s32(lanes[0]);
+  *c1 = vld1q_s32(lanes[1]);
+  *c2 = vld1q_s32(lanes[2]);
 #endif
 }
 
@@ -109,7 +132,7 @@ void MagnitudeBinsRow1_NEON(const int16_t* dx, const int16_t* dy, int32_t n, con
     const int32x4_t x = vmovl_s16(vld1_s16(dx + i));
     const int32x4_t y = vmovl_s16(vld1_s16(dy + i));
     vst1q_f32(mag + i, Sqrt4(vcvtq_f32_u32(SumSquares4(x, y))));
-    SearchSectors4(sv, x, y, bins + 2 * i);
+    SearchSectors4(sv, vcvtq_f32_s32(x), vcvtq_f32_s32(y), bins + 2 * i);
   }
   MagnitudeBinsRow1_C(dx + i, dy + i, n - i, sectorCos, sectorSin, mag + i, bins + 2 * i);
 }
@@ -120,10 +143,9 @@ void MagnitudeBinsRow3_NEON(const int16_t* dx3, const int16_t* dy3, int32_t n,
   const SectorVectors sv = LoadSectors(sectorCos, sectorSin);
   int32_t i = 0;
   for (; i + 4 <= n; i += 4) {
-    const int16x4x3_t xs = vld3_s16(dx3 + 3 * i);
-    const int16x4x3_t ys = vld3_s16(dy3 + 3 * i);
-    const int32x4_t x0 = vmovl_s16(xs.val[0]), x1 = vmovl_s16(xs.val[1]), x2 = vmovl_s16(xs.val[2]);
-    const int32x4_t y0 = vmovl_s16(ys.val[0]), y1 = vmovl_s16(ys.val[1]), y2 = vmovl_s16(ys.val[2]);
+    int32x4_t x0, x1, x2, y0, y1, y2;
+    Load3(dx3 + 3 * i, &x0, &x1, &x2);
+    Load3(dy3 + 3 * i, &y0, &y1, &y2);
     const uint32x4_t q0 = SumSquares4(x0, y0);
     const uint32x4_t q1 = SumSquares4(x1, y1);
     const uint32x4_t q2 = SumSquares4(x2, y2);
@@ -134,7 +156,7 @@ void MagnitudeBinsRow3_NEON(const int16_t* dx3, const int16_t* dy3, int32_t n,
     const int32x4_t x = vbslq_s32(pick2, x2, vbslq_s32(pick1, x1, x0));
     const int32x4_t y = vbslq_s32(pick2, y2, vbslq_s32(pick1, y1, y0));
     vst1q_f32(mag + i, Sqrt4(vcvtq_f32_u32(vmaxq_u32(q01, q2))));
-    SearchSectors4(sv, x, y, bins + 2 * i);
+    SearchSectors4(sv, vcvtq_f32_s32(x), vcvtq_f32_s32(y), bins + 2 * i);
   }
   MagnitudeBinsRow3_C(dx3 + 3 * i, dy3 + 3 * i, n - i, sectorCos, sectorSin, mag + i, bins + 2 * i);
 }

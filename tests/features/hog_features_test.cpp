@@ -327,6 +327,12 @@ TEST(CellHistograms, FastRowsEqualReference) {
     dx3[i] = static_cast<int16_t>(tie ? tied[t][0] : rng.Uniform(-255, 255));
     dy3[i] = static_cast<int16_t>(tie ? tied[t][1] : rng.Uniform(-255, 255));
   }
+  // The int16 extremes the scratch could hold, in every channel position of a few pixels.
+  const int16_t extremes[] = {-32768, 32767, -32767, 0, -1, 1};
+  for (size_t i = 0; i < 36; ++i) {
+    dx3[i] = extremes[i % 6];
+    dy3[i] = extremes[(i / 6 + i) % 6];
+  }
   std::vector<float> m3C(4099), m3N(4099);
   std::vector<uint32_t> b3C(2 * 4099), b3N(2 * 4099);
   MagnitudeBinsRow3_C(dx3.data(), dy3.data(), 4099, kSectorCos, kSectorSin, m3C.data(), b3C.data());
