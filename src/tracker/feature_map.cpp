@@ -6,6 +6,7 @@
 #include "common/zy_alloc.h"
 #include "common/zy_log.h"
 #include "common/zy_memops.h"
+#include "common/zy_neon.h"
 #include "features/crop_resize.h"
 #include "features/hog_features.h"
 #include "tracker/tracker_ops.h"
@@ -42,11 +43,30 @@ void Truncate(float* v, int64_t count) {
   for (int64_t q = 0; q < count; ++q) v[q] = v[q] > kTruncation ? kTruncation : v[q];
 }
 
+// out[o] = in[o] * factor truncated at 0.2, for o < count: the scaling and the truncation of
+// one block in one pass. Products and comparisons are the scalar ones lane by lane (a
+// NaN stays NaN, as with the scalar comparison), so the values are identical.
+void ScaleTruncate(const float* in, int32_t count, float factor, float* out) {
+  int32_t o = 0;
+#if ZY_HAVE_NEON
+  const float32x4_t limit = vdupq_n_f32(kTruncation);
+  for (; o + 4 <= count; o += 4) {
+    const float32x4_t v = vmulq_n_f32(vld1q_f32(in + o), factor);
+    vst1q_f32(out + o, vbslq_f32(vcgtq_f32(v, limit), limit, v));
+  }
+#endif
+  for (; o < count; ++o) {
+    const float v = in[o] * factor;
+    out[o] = v > kTruncation ? kTruncation : v;
+  }
+}
+
 // Shared body of the two normalisers: F input values per bordered cell, the first 9 giving
 // the energies; output cells of 4 x F values laid out as 4 blocks of the first 9, then 4
 // blocks of the remaining F - 9.
-void NormalizeAndTruncate(int32_t templateSize, int32_t F, float* cellFeat, float* blockNorm,
-                          float* normFeat) {
+template <bool kFused>
+void NormalizeAndTruncateT(int32_t templateSize, int32_t F, float* cellFeat, float* blockNorm,
+                           float* normFeat) {
   const int32_t k = NormCells(templateSize);
   if (k < 1 || cellFeat == nullptr || blockNorm == nullptr || normFeat == nullptr) return;
   const int32_t g = k + 2;
@@ -60,18 +80,34 @@ void NormalizeAndTruncate(int32_t templateSize, int32_t F, float* cellFeat, floa
       const float* in = cellFeat + (static_cast<int64_t>(i) * g + j) * F;
       float* out = normFeat + (static_cast<int64_t>(i - 1) * k + (j - 1)) * outF;
       for (int b = 0; b < 4; ++b) {
-        for (int o = 0; o < 9; ++o) out[b * 9 + o] = in[o] * n[b];
-        for (int o = 0; o < rest; ++o) out[36 + b * rest + o] = in[9 + o] * n[b];
+        if (kFused) {
+          ScaleTruncate(in, 9, n[b], out + b * 9);
+          ScaleTruncate(in + 9, rest, n[b], out + 36 + b * rest);
+        } else {
+          for (int o = 0; o < 9; ++o) out[b * 9 + o] = in[o] * n[b];
+          for (int o = 0; o < rest; ++o) out[36 + b * rest + o] = in[9 + o] * n[b];
+        }
       }
     }
   }
   const int64_t count = static_cast<int64_t>(k) * k * outF;
-  Truncate(normFeat, count);
+  if (!kFused) Truncate(normFeat, count);
   const size_t bytes = static_cast<size_t>(count) * sizeof(float);
   zy::memcpy_s(cellFeat, bytes, normFeat, bytes);  // result deliberately unchecked
 }
 
+// The normalisers run the fused vector form where NEON (or SIMDe) is built.
+void NormalizeAndTruncate(int32_t templateSize, int32_t F, float* cellFeat, float* blockNorm,
+                          float* normFeat) {
+  NormalizeAndTruncateT<ZY_HAVE_NEON != 0>(templateSize, F, cellFeat, blockNorm, normFeat);
+}
+
 }  // namespace
+
+void normalizeAndTruncateReference(int32_t templateSize, int32_t F, float* cellFeat, float* blockNorm,
+                                   float* normFeat) {
+  NormalizeAndTruncateT<false>(templateSize, F, cellFeat, blockNorm, normFeat);
+}
 
 void normalizeAndTruncate9(int32_t templateSize, float* cellFeat, float* blockNorm, float* normFeat) {
   NormalizeAndTruncate(templateSize, 9, cellFeat, blockNorm, normFeat);

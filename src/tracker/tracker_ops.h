@@ -20,6 +20,11 @@ void buildHann(TrackingInp& t, uint32_t cols, uint32_t rows);
 // k^2 cells of 36 (or 108) values, k = trunc(templateSize * 0.25), copied back to cellFeat.
 void normalizeAndTruncate9(int32_t templateSize, float* cellFeat, float* blockNorm, float* normFeat);
 void normalizeAndTruncate27(int32_t templateSize, float* cellFeat, float* blockNorm, float* normFeat);
+// The plain scalar form of both normalisers (F = 9 or 27 values per input cell): scale, then
+// truncate in a second pass. The normalisers above give the same bits with the scaling and
+// the truncation fused in four-wide steps.
+void normalizeAndTruncateReference(int32_t templateSize, int32_t F, float* cellFeat, float* blockNorm,
+                                   float* normFeat);
 // In-place reduction of the k^2 normalised cells to 9 (or 31) values per cell.
 void reduceFeatures9(int32_t templateSize, float* cellFeat);
 void reduceFeatures27(int32_t templateSize, float* cellFeat);

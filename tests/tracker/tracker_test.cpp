@@ -237,6 +237,34 @@ TEST(Tracker, NormalisationTruncatesAboveTwoTenthsOnly) {
   EXPECT_EQ(cells[0], 0.5f * (0.2f + 0.2f + 0.2f + 0.2f));
 }
 
+// The fused four-wide normalisers against the plain two-pass form, for both cell sizes, on
+// histograms whose normalised values fall on both sides of 0.2 and exactly on it, with
+// negative values and a NaN.
+TEST(Tracker, NormalisersEqualTheScalarFormBitForBit) {
+  TestRng rng(17);
+  for (const int F : {9, 27}) {
+    std::vector<float> hist(18 * 18 * F);
+    for (auto& v : hist) v = static_cast<float>(static_cast<int>(rng.Next() % 2001) - 400) * 0.01f;
+    hist[5 * F + 3] = std::nanf("");
+    for (int c = 0; c < 18 * 18; ++c) hist[c * F + 8] = 0.2f;  // energies keep most factors below 1
+    std::vector<float> fastCells(108 * 256, 0.f), refCells(108 * 256, 0.f);
+    std::vector<float> fastNorm(108 * 256), refNorm(108 * 256), fastE(18 * 18), refE(18 * 18);
+    std::copy(hist.begin(), hist.end(), fastCells.begin());
+    std::copy(hist.begin(), hist.end(), refCells.begin());
+    if (F == 9) {
+      normalizeAndTruncate9(64, fastCells.data(), fastE.data(), fastNorm.data());
+    } else {
+      normalizeAndTruncate27(64, fastCells.data(), fastE.data(), fastNorm.data());
+    }
+    normalizeAndTruncateReference(64, F, refCells.data(), refE.data(), refNorm.data());
+    EXPECT_EQ(std::memcmp(fastCells.data(), refCells.data(), fastCells.size() * sizeof(float)), 0) << F;
+    EXPECT_EQ(std::memcmp(fastNorm.data(), refNorm.data(), 4 * F * 256 * sizeof(float)), 0) << F;
+    int truncated = 0;
+    for (int q = 0; q < 4 * F * 256; ++q) truncated += refNorm[q] == 0.2f;
+    EXPECT_GT(truncated, 0) << "some values were cut at 0.2";
+  }
+}
+
 TEST(Tracker, SolveFilterStopsAtAVanishingDenominator) {
   const float lambda = 0.0001f;
   const Complex yf[4] = {{1, 2}, {3, -1}, {5, 5}, {7, 7}};
