@@ -43,13 +43,16 @@ class SessionImpl final : public ISession {
   // Workers: min(option B, hardware threads) - 1, the caller being the last thread of a
   // loop; 1 worker on a two-core phone cluster or this two-core host, at most kMaxWorkers.
   int Start() {
-    Stop();
+    // Stopping the old workers and starting the new ones is one step under the pool's lock:
+    // two handles created at once on two threads would otherwise both find the pool empty
+    // and the second would overwrite a running worker's std::thread (std::terminate).
+    std::lock_guard<std::mutex> job(jobMutex_);  // no loop is running while workers change
+    StopWorkers();
     const unsigned hw = std::max(1u, std::thread::hardware_concurrency());
     int threads = maxThreads_.load();
     if (threads <= 0) threads = static_cast<int>(hw);
     threads = std::min(threads, static_cast<int>(hw));
     const int want = std::clamp(threads - 1, 0, kMaxWorkers);
-    std::lock_guard<std::mutex> job(jobMutex_);  // no loop is running while workers change
     uint64_t generation = 0;
     {
       std::lock_guard<std::mutex> lk(m_);
@@ -73,15 +76,7 @@ class SessionImpl final : public ISession {
 
   void Stop() {
     std::lock_guard<std::mutex> job(jobMutex_);  // waits for a running loop to finish
-    {
-      std::lock_guard<std::mutex> lk(m_);
-      stop_ = true;
-    }
-    cvWork_.notify_all();
-    const int n = workerCount_.exchange(0);
-    for (int i = 0; i < n; ++i) {
-      if (workers_[i].joinable()) workers_[i].join();
-    }
+    StopWorkers();
   }
 
   int Workers() const { return workerCount_.load(); }
@@ -126,6 +121,19 @@ class SessionImpl final : public ISession {
     int chunk = 1;
     int chunks = 0;
   };
+
+  // Wakes and joins every worker; the caller holds jobMutex_.
+  void StopWorkers() {
+    {
+      std::lock_guard<std::mutex> lk(m_);
+      stop_ = true;
+    }
+    cvWork_.notify_all();
+    const int n = workerCount_.exchange(0);
+    for (int i = 0; i < n; ++i) {
+      if (workers_[i].joinable()) workers_[i].join();
+    }
+  }
 
   static Range<int> Chunk(const Range<int>& r, int chunk, int c, int count) {
     const int first = c * chunk;
@@ -175,10 +183,11 @@ class SessionImpl final : public ISession {
 
   std::shared_ptr<Guider> guider_;
   std::atomic<int> maxThreads_{0};
-  int optionA_ = 0;
-  int optionD_ = 0;
-  void* context_ = nullptr;
-  bool named_ = false;
+  // Every handle's create configures the one session, also from different threads at once.
+  std::atomic<int> optionA_{0};
+  std::atomic<int> optionD_{0};
+  std::atomic<void*> context_{nullptr};
+  std::atomic<bool> named_{false};
 
   std::thread workers_[kMaxWorkers];
   std::atomic<int> workerCount_{0};
