@@ -42,11 +42,14 @@ inline void AddToBins(float* hist, uint32_t u, uint32_t sg, float v) {
 // Spreads the pixels of cell (i, j) over the cell and its neighbours. Pixels rows outer,
 // columns inner; per pixel the own cell, the vertical, horizontal and diagonal neighbour.
 // Neighbours outside the map are dropped. The last frame row and column are left out.
-template <uint32_t F>
+// kCellSize is the cell size when known at compile time (the tracker's 4: the pixel loops
+// unroll and the weights stay in registers), 0 when it is taken from the layout.
+template <uint32_t F, int32_t kCellSize>
 void AccumulateCellT(const CellLayout& L, int32_t i, int32_t j, const float* gradMag,
                      const uint32_t* gradBins, float* cellFeat) {
-  const int32_t cs = L.cellSize;
+  const int32_t cs = kCellSize != 0 ? kCellSize : L.cellSize;
   float* own = cellFeat + (static_cast<size_t>(i) * L.sizeX + j) * F;
+#pragma GCC unroll 4
   for (int32_t ii = 0; ii < cs; ++ii) {
     const int32_t y = i * cs + ii;
     if (y >= L.height - 1) break;
@@ -55,6 +58,7 @@ void AccumulateCellT(const CellLayout& L, int32_t i, int32_t j, const float* gra
     const int32_t i2 = i + L.nearestCell[ii];
     const bool rowIn = i2 >= 0 && i2 < L.sizeY;
     float* vert = rowIn ? cellFeat + (static_cast<size_t>(i2) * L.sizeX + j) * F : nullptr;
+#pragma GCC unroll 4
     for (int32_t jj = 0; jj < cs; ++jj) {
       const int32_t x = j * cs + jj;
       if (x >= L.width - 1) break;
@@ -78,12 +82,20 @@ void AccumulateCellT(const CellLayout& L, int32_t i, int32_t j, const float* gra
 
 void AccumulateCell(const CellLayout& L, int32_t i, int32_t j, const float* gradMag,
                     const uint32_t* gradBins, float* cellFeat) {
-  AccumulateCellT<27>(L, i, j, gradMag, gradBins, cellFeat);
+  if (L.cellSize == 4) {
+    AccumulateCellT<27, 4>(L, i, j, gradMag, gradBins, cellFeat);
+  } else {
+    AccumulateCellT<27, 0>(L, i, j, gradMag, gradBins, cellFeat);
+  }
 }
 
 void AccumulateCellLight(const CellLayout& L, int32_t i, int32_t j, const float* gradMag,
                          const uint32_t* gradBins, float* cellFeat) {
-  AccumulateCellT<9>(L, i, j, gradMag, gradBins, cellFeat);
+  if (L.cellSize == 4) {
+    AccumulateCellT<9, 4>(L, i, j, gradMag, gradBins, cellFeat);
+  } else {
+    AccumulateCellT<9, 0>(L, i, j, gradMag, gradBins, cellFeat);
+  }
 }
 
 }  // namespace
