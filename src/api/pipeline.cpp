@@ -230,7 +230,12 @@ extern "C" ZY_EXPORT int32_t ProcessKoTrackingAlgo(AlgoHandle* handle, ParamIn* 
     UpdateProcess(handle, in, out);
   }
   if (handle->dumpImgFlag) {
-    DumpTrackingResult(kDumpBaseName, in->image, in->stride, in->height, 1, *out, 1);
+    // The dump takes its base name as a std::string; without memory for it the frame is not
+    // dumped, and no exception leaves the C interface.
+    try {
+      DumpTrackingResult(kDumpBaseName, in->image, in->stride, in->height, 1, *out, 1);
+    } catch (...) {
+    }
   }
   if (handle->printLogFlag) {
     struct timeval end;
