@@ -150,9 +150,13 @@ int DumpTrackingResult(const std::string& baseName, const uint8_t* yuv, int widt
   }
   for (int i = 0; i < out.bodyNum; ++i) DrawBox(rgb, width, height, out.bodies[i].roi);
 
-  // A dump that cannot be written (no directory, no memory) must not disturb tracking.
-  std::string name = baseName;
-  (void)save_bmp_file(name, rgb, width, height, 3, 0, reqId);
+  // A dump that cannot be written (no directory, no memory) must not disturb tracking: a
+  // file name that cannot be built is a dump skipped, never an exception out of the frame.
+  try {
+    std::string name = baseName;
+    (void)save_bmp_file(name, rgb, width, height, 3, 0, reqId);
+  } catch (...) {
+  }
   std::free(rgb);
   return 0;
 }
