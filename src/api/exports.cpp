@@ -128,11 +128,18 @@ extern "C" ZY_EXPORT int32_t ResetKoTrackingAlgo(AlgoHandle* handle) {
     return -1;
   }
   handle->bodyNum = 0;
+  // Without memory for a fresh queue the old one would stay, short of the identities the
+  // forgotten bodies held: the reset fails instead, and a later one can still succeed.
+  bool refilled = false;
   try {
     std::deque<int32_t> fresh;
-    if (FillIdentityQueue(fresh)) handle->freeBodyIds.swap(fresh);
+    refilled = FillIdentityQueue(fresh);
+    if (refilled) handle->freeBodyIds.swap(fresh);
   } catch (...) {
-    // keep the old queue when memory is short
+  }
+  if (!refilled) {
+    ZY_LOGE("%s freeBodyIds malloc error!", "ResetKoTrackingAlgo");
+    return -1;
   }
   for (int i = 0; i < MAX_INPLACE_NUM; ++i) {
     TrackingInp* slot = handle->koTrackingInp[i];
