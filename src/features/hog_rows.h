@@ -33,7 +33,9 @@ void ComputeGradients3(const uint8_t* data, int32_t width, int32_t height, int16
 
 // Per interior pixel: magnitude sqrt(dx^2 + dy^2) into gradMag[d], unsigned and signed bins
 // into gradBins[2d], gradBins[2d + 1]. The three-channel form (channels must be 3) takes the
-// channel of the largest squared magnitude, the earlier one on ties.
+// channel of the largest squared magnitude, the earlier one on ties. byteDifferences promises
+// that every difference lies in -255..255 (gradients of bytes), which lets the fast
+// three-channel row square in single precision.
 void ComputeMagnitudeBins1(int32_t width, int32_t height, const int16_t* gradBufA,
                            const int16_t* gradBufB, float* gradMag, const float* sectorCos,
                            const float* sectorSin, uint32_t* gradBins,
@@ -41,7 +43,7 @@ void ComputeMagnitudeBins1(int32_t width, int32_t height, const int16_t* gradBuf
 void ComputeMagnitudeBins3(int32_t width, int32_t height, int32_t channels, const int16_t* gradBufA,
                            const int16_t* gradBufB, float* gradMag, const float* sectorCos,
                            const float* sectorSin, uint32_t* gradBins,
-                           KernelChoice choice = kDefaultKernels);
+                           KernelChoice choice = kDefaultKernels, bool byteDifferences = false);
 
 // The drivers with a chosen kernel set; featuresPerCell is 27 (full) or 9 (light).
 uint32_t ComputeCellHistogramsWith(KernelChoice choice, uint32_t featuresPerCell,
@@ -73,4 +75,9 @@ void MagnitudeBinsRow1_NEON(const int16_t* dx, const int16_t* dy, int32_t n, con
 void MagnitudeBinsRow3_NEON(const int16_t* dx3, const int16_t* dy3, int32_t n,
                             const float* sectorCos, const float* sectorSin, float* mag,
                             uint32_t* bins);
+// The same for differences of bytes only (every |dx|, |dy| <= 255, as the drivers' own
+// gradients are): the squared magnitudes are formed in single precision, where they are exact.
+void MagnitudeBinsRow3Bytes_NEON(const int16_t* dx3, const int16_t* dy3, int32_t n,
+                                 const float* sectorCos, const float* sectorSin, float* mag,
+                                 uint32_t* bins);
 #endif

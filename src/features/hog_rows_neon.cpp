@@ -161,4 +161,34 @@ void MagnitudeBinsRow3_NEON(const int16_t* dx3, const int16_t* dy3, int32_t n,
   MagnitudeBinsRow3_C(dx3 + 3 * i, dy3 + 3 * i, n - i, sectorCos, sectorSin, mag + i, bins + 2 * i);
 }
 
+void MagnitudeBinsRow3Bytes_NEON(const int16_t* dx3, const int16_t* dy3, int32_t n,
+                                 const float* sectorCos, const float* sectorSin, float* mag,
+                                 uint32_t* bins) {
+  const SectorVectors sv = LoadSectors(sectorCos, sectorSin);
+  int32_t i = 0;
+  for (; i + 4 <= n; i += 4) {
+    int32x4_t x[3], y[3];
+    Load3(dx3 + 3 * i, &x[0], &x[1], &x[2]);
+    Load3(dy3 + 3 * i, &y[0], &y[1], &y[2]);
+    // With |dx|, |dy| <= 255 the float squares and their sum are exact integers below 2^24:
+    // the same values, comparisons and square roots as the integer form.
+    float32x4_t fx[3], fy[3], q[3];
+#pragma GCC unroll 3
+    for (int ch = 0; ch < 3; ++ch) {
+      fx[ch] = vcvtq_f32_s32(x[ch]);
+      fy[ch] = vcvtq_f32_s32(y[ch]);
+      q[ch] = vaddq_f32(vmulq_f32(fx[ch], fx[ch]), vmulq_f32(fy[ch], fy[ch]));
+    }
+    const float32x4_t q01 = vmaxq_f32(q[0], q[1]);
+    // Channel 1 only when strictly above 0, channel 2 only when strictly above both.
+    const uint32x4_t pick1 = vcgtq_f32(q[1], q[0]);
+    const uint32x4_t pick2 = vcgtq_f32(q[2], q01);
+    const float32x4_t sx = vbslq_f32(pick2, fx[2], vbslq_f32(pick1, fx[1], fx[0]));
+    const float32x4_t sy = vbslq_f32(pick2, fy[2], vbslq_f32(pick1, fy[1], fy[0]));
+    vst1q_f32(mag + i, Sqrt4(vmaxq_f32(q01, q[2])));
+    SearchSectors4(sv, sx, sy, bins + 2 * i);
+  }
+  MagnitudeBinsRow3_C(dx3 + 3 * i, dy3 + 3 * i, n - i, sectorCos, sectorSin, mag + i, bins + 2 * i);
+}
+
 #endif  // ZY_HAVE_NEON

@@ -340,6 +340,14 @@ TEST(CellHistograms, FastRowsEqualReference) {
                          b3N.data());
   EXPECT_TRUE(SameBits(m3C, m3N));
   EXPECT_EQ(b3C, b3N);
+  // The row for differences of bytes, on the same pixels less the extremes.
+  const int32_t nb = 4099 - 12;
+  std::vector<float> mbN(nb);
+  std::vector<uint32_t> bbN(2 * nb);
+  MagnitudeBinsRow3Bytes_NEON(dx3.data() + 36, dy3.data() + 36, nb, kSectorCos, kSectorSin, mbN.data(),
+                              bbN.data());
+  EXPECT_TRUE(SameBits(std::vector<float>(m3C.begin() + 12, m3C.end()), mbN));
+  EXPECT_EQ(std::vector<uint32_t>(b3C.begin() + 24, b3C.end()), bbN);
 #endif
   // Whole drivers, every width from 1 to 20 (tails of the eight- and four-wide rows) and the
   // tracker's 72 x 72; all scratch and the cell map must match bit for bit. Nothing allocates.
