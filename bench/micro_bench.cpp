@@ -1,5 +1,6 @@
 // Micro-benchmarks of the tracker's stages and of whole frames, each fast path beside its plain
 // scalar reference where both exist. Figures are for comparison within one run only.
+#include <android/log.h>
 #include <benchmark/benchmark.h>
 
 #include <cstring>
@@ -264,6 +265,7 @@ BENCHMARK(BM_PoolLoop)->ArgName("threads")->Arg(1)->Arg(2)->UseRealTime();
 }  // namespace
 
 int main(int argc, char** argv) {
+  __android_log_set_minimum_priority(ANDROID_LOG_FATAL);  // the library's lines would mix in
   // The session starts with the handle's settings; the benchmarks choose their threads.
   AlgoHandle* handle = nullptr;
   CreateKoTrackingAlgo(&handle);
