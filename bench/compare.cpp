@@ -20,6 +20,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <opencv2/core.hpp>
@@ -334,6 +335,15 @@ void SweepBoxSides(const zybench::Photo& photo, bool quick) {
   }
 }
 
+// Arithmetic that keeps one core busy for a while.
+void Spin(long n) {
+  volatile double sink = 0;
+  double s = 0;
+  for (long i = 0; i < n; ++i) s += static_cast<double>(i) * 1e-9;
+  sink = s;
+  (void)sink;
+}
+
 // A 1080p frame with 30 bodies on one thread and on two, frames alternating between the two
 // settings so that both see the same machine load.
 void FrameThreads(const zybench::Photo& photo, bool quick) {
@@ -362,11 +372,29 @@ void FrameThreads(const zybench::Photo& photo, bool quick) {
       }
     }
   }
+  // What the machine gives two threads at this moment: the same arithmetic on one thread and
+  // split over two, alternating like the frames.
+  std::vector<double> spin[2];
+  for (int round = 0; round < 20; ++round) {
+    for (int k = 0; k < 2; ++k) {
+      const auto a = Clock::now();
+      if (k == 0) {
+        Spin(20000000);
+      } else {
+        std::thread helper(Spin, 10000000);
+        Spin(10000000);
+        helper.join();
+      }
+      spin[k].push_back(Micros(a, Clock::now()) / 1000.0);
+    }
+  }
   const double m1 = Percentile(ms[0], 0.5), m2 = Percentile(ms[1], 0.5);
   std::printf("\n### 1080p tracking frame, 30 bodies (%zu frames each)\n\n", ms[0].size());
   std::printf("| loop threads | median (ms) | p90 (ms) |\n|---:|---:|---:|\n");
   std::printf("| 1 | %.2f | %.2f |\n| 2 | %.2f | %.2f |\n", m1, Percentile(ms[0], 0.9), m2, Percentile(ms[1], 0.9));
   std::printf("\nspeed-up of two threads over one: %.2fx\n", m1 / m2);
+  std::printf("speed-up of a plain arithmetic loop split over two threads, same moment: %.2fx\n",
+              Percentile(spin[0], 0.5) / Percentile(spin[1], 0.5));
   std::fflush(stdout);
 }
 
