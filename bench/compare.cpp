@@ -27,6 +27,7 @@
 #include <opencv2/core/utility.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
+#include <opencv2/videoio.hpp>
 #include <opencv2/tracking.hpp>
 #include <opencv2/tracking/tracking_legacy.hpp>
 #if ZY_BENCH_HAVE_DLIB
@@ -398,6 +399,125 @@ void FrameThreads(const zybench::Photo& photo, bool quick) {
   std::fflush(stdout);
 }
 
+// Real footage without ground truth: time only. The boxes are people and objects picked by
+// hand on the first frame of OpenCV's sample video vtest.avi (768 x 576, 10 frames/s).
+struct Footage {
+  std::vector<cv::Mat> bgr;
+  std::vector<std::vector<uint8_t>> nv21;
+};
+
+bool LoadFootage(const std::string& path, int count, Footage* f) {
+  cv::VideoCapture cap(path);
+  cv::Mat frame;
+  while (static_cast<int>(f->bgr.size()) < count && cap.read(frame)) {
+    if (frame.cols % 2 != 0 || frame.rows % 2 != 0) return false;
+    f->bgr.push_back(frame.clone());
+    // BGR -> I420 -> NV21: the luma plane, then the V, U pairs.
+    cv::Mat i420;
+    cv::cvtColor(frame, i420, cv::COLOR_BGR2YUV_I420);
+    const size_t ySize = static_cast<size_t>(frame.cols) * frame.rows;
+    const size_t cSize = ySize / 4;
+    std::vector<uint8_t> out(ySize * 3 / 2);
+    std::memcpy(out.data(), i420.data, ySize);
+    const uint8_t* u = i420.data + ySize;
+    const uint8_t* v = u + cSize;
+    for (size_t k = 0; k < cSize; ++k) {
+      out[ySize + 2 * k] = v[k];
+      out[ySize + 2 * k + 1] = u[k];
+    }
+    f->nv21.push_back(std::move(out));
+  }
+  return !f->bgr.empty();
+}
+
+void CompareOnFootage(const std::string& path, bool quick) {
+  const std::vector<Box> boxes = {
+      {253, 220, 30, 88},   // man on the grass, left
+      {500, 157, 30, 76},   // man on the road, centre
+      {640, 240, 45, 82},   // woman on the road, right
+      {652, 44, 72, 56},    // parked van
+      {458, 338, 68, 144},  // tripod
+  };
+  Footage f;
+  if (!LoadFootage(path, quick ? 30 : 100, &f)) {
+    std::printf("\n### Footage\n\n%s not readable: skipped\n", path.c_str());
+    return;
+  }
+  const int W = f.bgr[0].cols, H = f.bgr[0].rows, n = static_cast<int>(boxes.size());
+  std::vector<Result> results;
+  {
+    Result r;
+    r.name = "this library";
+    AlgoHandle* handle = nullptr;
+    if (CreateKoTrackingAlgo(&handle) == 0 && StartKoTrackingAlgo(handle) == 0) {
+      SetLoopThreads(1);
+      std::vector<BodyInfo> in(static_cast<size_t>(n));
+      BodyInfo out[MAX_INPLACE_NUM];
+      for (int i = 0; i < n; ++i) {
+        const zybench::Corners c = zybench::ToCorners(boxes[static_cast<size_t>(i)]);
+        in[static_cast<size_t>(i)] = BodyInfo{1, 0, BodyRoi{c.left, c.top, c.right, c.bottom}, 0};
+      }
+      for (size_t t = 0; t < f.nv21.size(); ++t) {
+        ParamIn pin;
+        ParamOut pout;
+        std::memset(&pin, 0, sizeof pin);
+        std::memset(&pout, 0, sizeof pout);
+        pin.width = W;
+        pin.height = H;
+        pin.stride = W;
+        pin.image = f.nv21[t].data();
+        pin.bodies = in.data();
+        pin.bodyNum = n;
+        pin.isFirstFrame = t == 0 ? 1 : 0;
+        pout.bodies = out;
+        const auto a = Clock::now();
+        ProcessKoTrackingAlgo(handle, &pin, &pout);
+        const double us = Micros(a, Clock::now());
+        if (t == 0) continue;
+        r.frameMs.push_back(us / 1000.0);
+        for (int i = 0; i < n; ++i) r.perBodyUs.push_back(us / n);
+      }
+      r.ran = true;
+    }
+    if (handle != nullptr) DestroyKoTrackingAlgo(&handle);
+    results.push_back(r);
+  }
+  for (const Peer& p : Peers(true)) {
+    Result r;
+    r.name = p.name;
+    std::vector<std::unique_ptr<PeerTracker>> trackers;
+    for (int i = 0; i < n; ++i) {
+      trackers.push_back(p.make());
+      trackers.back()->Init(f.bgr[0], boxes[static_cast<size_t>(i)]);
+    }
+    for (size_t t = 1; t < f.bgr.size(); ++t) {
+      double frameUs = 0;
+      for (auto& tr : trackers) {
+        const auto a = Clock::now();
+        tr->Update(f.bgr[t]);
+        const double us = Micros(a, Clock::now());
+        frameUs += us;
+        r.perBodyUs.push_back(us);
+      }
+      r.frameMs.push_back(frameUs / 1000.0);
+    }
+    r.ran = true;
+    results.push_back(r);
+  }
+  std::printf("\n### Footage: %s, %dx%d, %d bodies picked by hand on frame 0, %zu tracking frames (time only)\n\n",
+              path.c_str(), W, H, n, f.bgr.size() - 1);
+  std::printf("| tracker | per-body median (us) | per-body p90 (us) | frame median (ms) | peer / ours (median) |\n");
+  std::printf("|---|---:|---:|---:|---:|\n");
+  const double ours = Percentile(results[0].perBodyUs, 0.5);
+  for (const Result& r : results) {
+    if (!r.ran) continue;
+    const double med = Percentile(r.perBodyUs, 0.5);
+    std::printf("| %s | %.1f | %.1f | %.2f | %.2f |\n", r.name.c_str(), med, Percentile(r.perBodyUs, 0.9),
+                Percentile(r.frameMs, 0.5), med / ours);
+  }
+  std::fflush(stdout);
+}
+
 // Resident memory of a started handle, and heap allocations during tracking frames.
 void MemoryAndAllocations(const zybench::Photo& photo) {
   SceneSpec spec;
@@ -435,6 +555,7 @@ int main(int argc, char** argv) {
   __android_log_set_minimum_priority(ANDROID_LOG_FATAL);  // the library's lines would mix in
   bool quick = false;
   std::string photoPath = "/usr/share/doc/opencv-doc/examples/data/building.jpg";
+  std::string videoPath = "/usr/share/doc/opencv-doc/examples/data/vtest.avi";
   std::vector<std::string> sections;
   for (int k = 1; k < argc; ++k) {
     const std::string a = argv[k];
@@ -442,8 +563,10 @@ int main(int argc, char** argv) {
       quick = true;
     } else if (a.rfind("--photo=", 0) == 0) {
       photoPath = a.substr(8);
+    } else if (a.rfind("--video=", 0) == 0) {
+      videoPath = a.substr(8);
     } else {
-      sections.push_back(a);  // scenes, sweep, threads, memory
+      sections.push_back(a);  // memory, scenes, sweep, footage, threads
     }
   }
   auto want = [&](const char* s) {
@@ -462,6 +585,7 @@ int main(int argc, char** argv) {
   if (want("memory")) MemoryAndAllocations(bg);
   if (want("scenes")) CompareOnScenes(bg, quick);
   if (want("sweep")) SweepBoxSides(bg, quick);
+  if (want("footage")) CompareOnFootage(videoPath, quick);
   if (want("threads")) FrameThreads(bg, quick);
   return 0;
 }
