@@ -31,9 +31,12 @@ void reduceFeatures27(int32_t templateSize, float* cellFeat);
 
 // Gaussian-kernel correlation of two feature maps (sums of squares e1, e2); result in t.kf.
 void gaussianCorrelation(TrackingInp& t, const Complex* x1, const Complex* x2, float e1, float e2);
-// Element-wise product a x b (conjB: a x conj(b)); out may be a or b.
+// Element-wise product a x b (conjB: a x conj(b)); out may be a or b. Four values at a time
+// where NEON (or SIMDe) is built; mulSpectrumsReference is the plain form, with the same bits.
 void mulSpectrums(const Complex* a, const Complex* b, Complex* out, int32_t rows, uint32_t cols,
                   int32_t conjB);
+void mulSpectrumsReference(const Complex* a, const Complex* b, Complex* out, int32_t rows,
+                           uint32_t cols, int32_t conjB);
 // The filter from label spectrum yf and kernel spectrum kf; stops at the first element whose
 // denominator is below 1e-6, leaving the rest of out as it was.
 void solveFilter(const Complex* yf, const Complex* kf, Complex* out, int32_t rows, uint32_t cols,
