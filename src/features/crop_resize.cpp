@@ -102,6 +102,7 @@ inline void Fetch(const uint8_t* frame, int64_t frameBytes, int32_t base, int32_
 template <bool kInside>
 void GatherGroup(const uint8_t* frame, int64_t frameBytes, const RowBases& rb, const int32_t* offs,
                  Nv21Group8* g) {
+#pragma GCC unroll 8
   for (int i = 0; i < 8; ++i) {
     Fetch<kInside>(frame, frameBytes, rb.y0, offs[i], 2, g->lumaTop + 2 * i);
     Fetch<kInside>(frame, frameBytes, rb.y1, offs[i], 2, g->lumaBottom + 2 * i);
