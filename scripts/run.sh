@@ -1,10 +1,16 @@
 #!/usr/bin/env bash
-# The main job: sets up a fresh Debian 12 machine, builds in release mode and runs the demo
-# caller of the library's C interface.
+# The main job: sets up a fresh Debian 12 machine (OpenCV, ffmpeg and the sample footage among
+# the packages), builds in release mode and runs zytrack on the sample pedestrian footage with
+# the built-in people detector. Tracks, the annotated video and the summary go to out/zytrack.
+# Extra arguments go to zytrack (for example: scripts/run.sh eval).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-scripts/setup.sh test
-cmake --preset host >/dev/null
-cmake --build build/host --target zy_demo
-build/host/tools/zy_demo
+scripts/setup.sh tool
+cmake --preset host -DZY_BUILD_TOOLS=ON >/dev/null
+cmake --build build/host --target zytrack
+if (($#)); then
+  build/host/tools/zytrack/zytrack "$@"
+else
+  build/host/tools/zytrack/zytrack --out out/zytrack
+fi

@@ -11,7 +11,10 @@ presets=("$@")
 
 groups=(test)
 for preset in "${presets[@]}"; do
-  case "$preset" in arm64*) groups+=(arm64) ;; esac
+  case "$preset" in
+    arm64*) groups+=(arm64) ;;
+    host) groups+=(tool) ;;  # the host build also builds and tests zytrack
+  esac
 done
 scripts/setup.sh "${groups[@]}"
 

@@ -1,0 +1,54 @@
+// Drives the library over a frame source as a camera service would: re-initialise every K
+// frames from detections, a detector or ground truth, track on its own in between.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "frames.h"
+#include "metrics.h"
+#include "mot_io.h"
+
+enum class InitSource { kDetections, kDetector, kTruth };
+
+struct RunConfig {
+  InitSource init = InitSource::kDetector;
+  int reinitEvery = 10;                           // frames between re-initialisations
+  std::map<int, std::vector<MotBox>> detections;  // by frame (from 1), for kDetections
+  int maxFrames = 0;                              // 0: the whole source
+  std::string workDir;                            // tracks.txt and the video go here
+  bool writeVideo = true;
+  bool progress = false;                          // progress bar on standard error
+  int snapshotFrame = -1;                         // also save this annotated frame
+  std::string snapshotPath;
+};
+
+struct RunResult {
+  int frames = 0;
+  std::vector<int> bodiesPerFrame;
+  std::vector<double> frameMs;     // each ProcessKoTrackingAlgo call
+  std::vector<double> trackingMs;  // tracking frames only
+  bool hasTruth = false;
+  TrackingScore score;
+  std::string videoPath;           // annotated.mp4, or the PNG folder
+  int width = 0, height = 0;
+};
+
+// Runs the whole source. False with a reason in *error when the library or an output fails.
+bool RunTracking(FrameSource& source, const RunConfig& cfg, RunResult* result, std::string* error);
+
+// HOG people detections of one frame, best first, at most 30, as MOT boxes.
+std::vector<MotBox> DetectPeople(const cv::Mat& bgr, int frame);
+
+// Median, 90th percentile and maximum of a list (0 when empty).
+struct Spread {
+  double median = 0, p90 = 0, max = 0;
+};
+Spread SpreadOf(std::vector<double> v);
+
+// Creates the output folder when missing and a hidden work folder inside it, after checking
+// that it can be written; *work names the work folder.
+bool PrepareOutput(const std::string& dir, std::string* work, std::string* error);
+// Moves everything in the work folder into dir (replacing older outputs), then removes it.
+bool PublishOutput(const std::string& work, const std::string& dir, std::string* error);
