@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <numeric>
 #include <vector>
 
 #include "api/algo_handle.h"
@@ -10,14 +11,15 @@ namespace {
 
 using Ids = std::vector<int32_t>;
 constexpr int kDebug = ANDROID_LOG_DEBUG;
+constexpr int kError = ANDROID_LOG_ERROR;
 
 BodyInfo Body(int32_t classId, int32_t left, int32_t top, int32_t right, int32_t bottom, int32_t id = 0) {
   return BodyInfo{classId, id, {left, top, right, bottom}, 0xABCDu};
 }
 
 Ids Range(int32_t from, int32_t to) {
-  Ids v;
-  for (int32_t i = from; i <= to; ++i) v.push_back(i);
+  Ids v(size_t(to - from + 1));
+  std::iota(v.begin(), v.end(), from);
   return v;
 }
 
@@ -38,10 +40,11 @@ struct Tracker {
     bodies.reserve(1);  // a real array even for no bodies
     ParamIn in{};
     in.bodies = bodies.data();
-    in.bodyNum = static_cast<int32_t>(bodies.size());
+    in.bodyNum = int32_t(bodies.size());
     UpdateBodyID4FirstFrame(&h, &in);
     Ids ids;
     for (size_t i = 0; i < bodies.size(); ++i) {
+      EXPECT_EQ(bodies[i].extra, 0xABCDu);
       ids.push_back(bodies[i].bodyId);
       last[i] = bodies[i];
     }
@@ -51,39 +54,19 @@ struct Tracker {
   Ids Queue() const { return {h.freeBodyIds.begin(), h.freeBodyIds.end()}; }
 };
 
-TEST(BodyId, FirstFrameOnACreatedHandleHandsOutOneTwoThree) {
-  LogCapture log;
-  AlgoHandle* h = nullptr;
-  ASSERT_EQ(CreateKoTrackingAlgo(&h), 0);
-  std::vector<BodyInfo> bodies = {Body(1, 0, 0, 9, 9, 50), Body(2, 20, 0, 29, 9, 50), Body(1, 40, 0, 49, 9, 50)};
-  ParamIn in{};
-  in.bodies = bodies.data();
-  in.bodyNum = 3;
-  UpdateBodyID4FirstFrame(h, &in);
-  EXPECT_EQ((Ids{bodies[0].bodyId, bodies[1].bodyId, bodies[2].bodyId}), (Ids{1, 2, 3}));
-  EXPECT_EQ(bodies[2].extra, 0xABCDu);
-  EXPECT_TRUE(log.Has("HungarianAlgorithm nCols Error", ANDROID_LOG_ERROR));  // no previous bodies
-  EXPECT_EQ(Ids(h->freeBodyIds.begin(), h->freeBodyIds.end()), Range(4, 30));
-  ASSERT_EQ(DestroyKoTrackingAlgo(&h), 0);
-}
-
 TEST(BodyId, CrossingBodiesKeepTheirIds) {
   Tracker t;
+  LogCapture log;
   // A (40 wide) walks right and B (50 wide, 10 lower) walks left, 5 pixels a frame,
   // overlapping in the middle; the input order flips every frame.
-  int32_t ax = 0;
-  int32_t bx = 200;
+  int32_t ax = 0, bx = 200;
   EXPECT_EQ(t.Frame({Body(1, ax, 0, ax + 39, 99), Body(1, bx, 10, bx + 49, 109)}), (Ids{1, 2}));
+  EXPECT_TRUE(log.Has("HungarianAlgorithm nCols Error", kError));  // no previous bodies
   for (int step = 1; step <= 40; ++step) {
     ax += 5;
     bx -= 5;
-    const BodyInfo a = Body(1, ax, 0, ax + 39, 99);
-    const BodyInfo b = Body(1, bx, 10, bx + 49, 109);
-    if (step % 2 == 1) {
-      EXPECT_EQ(t.Frame({b, a}), (Ids{2, 1})) << "step " << step;
-    } else {
-      EXPECT_EQ(t.Frame({a, b}), (Ids{1, 2})) << "step " << step;
-    }
+    const BodyInfo a = Body(1, ax, 0, ax + 39, 99), b = Body(1, bx, 10, bx + 49, 109);
+    EXPECT_EQ(step % 2 ? t.Frame({b, a}) : t.Frame({a, b}), step % 2 ? (Ids{2, 1}) : (Ids{1, 2})) << step;
   }
   EXPECT_GT(ax, bx + 49);  // they passed each other
   EXPECT_EQ(t.Queue(), Range(3, 30));
@@ -121,8 +104,7 @@ TEST(BodyId, LostIdsQueueUpBehindTheWaitingOnes) {
   Tracker t;
   t.h.freeBodyIds = {7, 8};
   // The queue runs dry: the third body keeps the ID it came with.
-  EXPECT_EQ(t.Frame({Body(1, 0, 0, 9, 9, 3), Body(1, 100, 0, 109, 9, 5), Body(1, 200, 0, 209, 9, 1)}),
-            (Ids{7, 8, 1}));
+  EXPECT_EQ(t.Frame({Body(1, 0, 0, 9, 9, 3), Body(1, 100, 0, 109, 9, 5), Body(1, 200, 0, 209, 9, 1)}), (Ids{7, 8, 1}));
   t.last[0].bodyId = 9;  // previous IDs in an order unlike their numbers
   t.last[1].bodyId = 4;
   t.last[2].bodyId = 6;
@@ -148,7 +130,7 @@ TEST(BodyId, ThirtyBodiesAreAllNewBecauseTheSolveRefusesThem) {
   bodies.push_back(Body(1, 29 * 20, 0, 29 * 20 + 9, 9, 99));
   LogCapture log;
   const Ids ids = t.Frame(bodies);
-  EXPECT_TRUE(log.Has("HungarianAlgorithm nRows Error", ANDROID_LOG_ERROR));
+  EXPECT_TRUE(log.Has("HungarianAlgorithm nRows Error", kError));
   EXPECT_EQ((Ids{ids[0], ids[1], ids[29]}), (Ids{30, 0, 99}));  // then the queue is empty
   EXPECT_EQ(t.Queue(), Range(1, 29));
 }
@@ -161,8 +143,10 @@ TEST(BodyId, BadArgumentsAreRefusedWithoutWriting) {
   const Ids queue = t.Queue();
   std::vector<BodyInfo> bodies(31, Body(1, 0, 0, 9, 9, 42));
   ParamIn in{};
-  in.bodies = bodies.data();
-  auto check = [&](int32_t cur, int32_t prev, BodyInfo* last) {
+  for (auto [cur, prev, last, cur_bodies] :
+       {std::tuple{31, 1, t.last, bodies.data()}, {-1, 1, t.last, bodies.data()}, {1, 31, t.last, bodies.data()},
+        {1, -2, t.last, bodies.data()}, {1, 1, nullptr, bodies.data()}, {1, 1, t.last, nullptr}}) {
+    in.bodies = cur_bodies;
     in.bodyNum = cur;
     t.h.bodyNum = prev;
     t.h.lastBodyInfo = last;
@@ -170,19 +154,12 @@ TEST(BodyId, BadArgumentsAreRefusedWithoutWriting) {
     for (const BodyInfo& b : bodies) EXPECT_EQ(b.bodyId, 42);
     EXPECT_EQ(t.Queue(), queue);
     EXPECT_EQ(t.h.lastBodyIDFlag[0], 1);
-  };
-  check(31, 1, t.last);
-  check(-1, 1, t.last);
-  check(1, 31, t.last);
-  check(1, -2, t.last);
-  check(1, 1, nullptr);
-  EXPECT_TRUE(log.Has("UpdateBodyID4FirstFrame body number error! cur[31] pre[1]", ANDROID_LOG_ERROR));
+  }
   t.h.lastBodyInfo = t.last;
   UpdateBodyID4FirstFrame(nullptr, &in);
   UpdateBodyID4FirstFrame(&t.h, nullptr);
-  in.bodies = nullptr;
-  check(1, 1, t.last);
-  EXPECT_EQ(log.Count("UpdateBodyID4FirstFrame input params is NULL, error! \n", ANDROID_LOG_ERROR), 3);
+  EXPECT_TRUE(log.Has("UpdateBodyID4FirstFrame body number error! cur[31] pre[1]", kError));
+  EXPECT_EQ(log.Count("UpdateBodyID4FirstFrame input params is NULL, error! \n", kError), 3);
 
   t.h.mHungarianAlgorithm = nullptr;  // a handle without its solver still matches
   EXPECT_EQ(t.Frame({Body(1, 1, 0, 10, 9)}), (Ids{1}));
