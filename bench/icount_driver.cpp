@@ -1,7 +1,9 @@
 // Fixed-input driver for instruction counts: a 1280 x 720 scene with 10 bodies, every tracker
-// initialised on frame 0 and updated on frames 1..20, one body after another on this thread.
-// Run it under callgrind with the collection limited to the update:
-//   valgrind --tool=callgrind --toggle-collect='updateTracker*' zy_bench_icount
+// initialised on frame 0 and updated on frames 1..F (F = first argument, 20 by default), one
+// body after another on this thread. With a second argument S the scene is 1920 x 1080 with 4
+// square bodies of side S instead (the cost against the box size). Run it under callgrind with
+// the collection limited to the update:
+//   valgrind --tool=callgrind --toggle-collect='updateTracker*' zy_bench_icount 5
 // and divide the collected count by the updates it prints. The frames are rendered before the
 // first update, and nothing is printed between updates, so the count is exactly repeatable.
 #include <cstdio>
@@ -15,12 +17,14 @@
 
 int main(int argc, char** argv) {
   const int frames = argc > 1 ? std::atoi(argv[1]) : 20;
+  const float side = argc > 2 ? static_cast<float>(std::atof(argv[2])) : 0.f;
   zybench::SceneSpec spec;
-  spec.width = 1280;
-  spec.height = 720;
-  spec.bodies = 10;
+  spec.width = side > 0 ? 1920 : 1280;
+  spec.height = side > 0 ? 1080 : 720;
+  spec.bodies = side > 0 ? 4 : 10;
   spec.seed = 7;
-  const zybench::Scene scene(spec);
+  const zybench::Scene scene = side > 0 ? zybench::Scene(spec, zybench::BodiesOfSide(4, side, 1920, 1080, 21))
+                                        : zybench::Scene(spec);
 
   std::vector<std::vector<uint8_t>> nv21(static_cast<size_t>(frames) + 1);
   for (int t = 0; t <= frames; ++t) {

@@ -50,6 +50,19 @@ done
 awk -v a="${per[$scalar]}" -v b="${per[$fast]}" 'BEGIN { printf "\nscalar / optimised: %.2fx\n", a / b }'
 
 echo
+echo "## Instructions per body update against the box side (optimised; 1920x1080, 4 square bodies x 5 frames)"
+echo
+echo "| box side (px) | per update |"
+echo "|---:|---:|"
+for side in 20 50 100 200 500 1000; do
+  out=$(valgrind --tool=callgrind --toggle-collect='updateTracker*' \
+          --callgrind-out-file=/dev/null "$fast/bench/zy_bench_icount" 5 "$side" 2>&1)
+  ir=$(sed -n 's/.*Collected : \([0-9]*\).*/\1/p' <<<"$out")
+  updates=$(sed -n 's/^updates: //p' <<<"$out")
+  echo "| $side | $((ir / updates)) |"
+done
+
+echo
 echo "## Stages and whole frames (Google Benchmark, medians of 5 repetitions)"
 echo
 "$fast/bench/zy_bench_micro" --benchmark_repetitions=5 --benchmark_report_aggregates_only=true \
