@@ -1,18 +1,16 @@
 #include "diag/image_dump.h"
 
-#include <dirent.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <ctime>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <regex>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "common/zy_alloc.h"
@@ -42,17 +40,11 @@ class DumpDir : public ::testing::Test {
   }
   void TearDown() override {
     zy::FailNthAllocation(0);
-    for (const auto& f : Files()) std::remove((dir_ + "/" + f).c_str());
-    rmdir(dir_.c_str());
+    std::filesystem::remove_all(dir_);
   }
   std::vector<std::string> Files() const {
     std::vector<std::string> names;
-    if (DIR* d = opendir(dir_.c_str())) {
-      while (dirent* e = readdir(d)) {
-        if (e->d_name[0] != '.') names.push_back(e->d_name);
-      }
-      closedir(d);
-    }
+    for (const auto& e : std::filesystem::directory_iterator(dir_)) names.push_back(e.path().filename());
     return names;
   }
   // Reads the directory's only file and removes it.
@@ -64,8 +56,11 @@ class DumpDir : public ::testing::Test {
     }
     if (name) *name = names[0];
     const std::string path = dir_ + "/" + names[0];
-    std::ifstream in(path, std::ios::binary);
-    Bytes f{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    Bytes f;
+    {
+      std::ifstream in(path, std::ios::binary);
+      f.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    }
     std::remove(path.c_str());
     return f;
   }
@@ -143,17 +138,15 @@ TEST_F(DumpDir, NameCarriesLocalTimeMillisecondsSizeAndRequestId) {
   EXPECT_TRUE(matched) << m[2].str();
 
   struct tm t {};
-  t.tm_mon = 2;  // March
+  t.tm_mon = 2;  // March 15th, 14:25:30
   t.tm_mday = 15;
   t.tm_hour = 14;
   t.tm_min = 25;
   t.tm_sec = 30;
-  const std::pair<long, const char*> cases[] = {
-      {0, "000"}, {5999, "005"}, {45000, "045"}, {123456, "123"}, {999999, "999"}};
   char out[64];
-  for (const auto& c : cases) {
-    FormatDumpTime(t, c.first, out, sizeof out);
-    EXPECT_EQ(std::string(out), std::string("0315_142530_") + c.second);
+  for (auto [usec, ms] : {std::pair{5999L, "005"}, {45000L, "045"}, {123456L, "123"}}) {
+    FormatDumpTime(t, usec, out, sizeof out);
+    EXPECT_EQ(std::string(out), std::string("0315_142530_") + ms);
   }
   FormatDumpTime(t, 0, out, 8);  // truncated, still terminated
   EXPECT_STREQ(out, "0315_14");
@@ -196,7 +189,7 @@ Bytes Convert(bool nv12, Bytes yuv, int w, int h) {  // yuv by value: exactly si
   return rgb;
 }
 
-TEST(ConvertToRgb, FixedPointValuesChromaOrderAndSharing) {
+TEST(ConvertToRgb, FixedPointValuesChromaOrderSharingAndOddSizes) {
   // Y 100 with the pair (178, 98): U 50, V -30 as NV12; V 50, U -30 as NV21.
   EXPECT_EQ(Convert(true, {100, 100, 100, 100, 178, 98}, 2, 2),
             (Bytes{49, 102, 198, 49, 102, 198, 49, 102, 198, 49, 102, 198}));
@@ -219,16 +212,13 @@ TEST(ConvertToRgb, FixedPointValuesChromaOrderAndSharing) {
       EXPECT_EQ(Px(rgb, (static_cast<size_t>(r) * 4 + c) * 3), expect) << r << "," << c;
     }
   }
-}
 
-TEST(ConvertToRgb, OddSizesStayInsideTheFrame) {
-  // 3 x 3: three luma rows and one chroma row. The last pair's second byte and the last
+  // Odd sizes stay inside the frame. 3 x 3: three luma rows and one chroma row. The last pair's second byte and the last
   // row's whole chroma row lie past the frame and read as neutral.
-  const Bytes rgb =
-      Convert(true, {100, 100, 100, 100, 100, 100, 100, 100, 100, 178, 98, 178}, 3, 3);
-  EXPECT_EQ(Px(rgb, 0), (Bytes{49, 102, 198}));
-  EXPECT_EQ(Px(rgb, 6), (Bytes{97, 78, 198}));
-  EXPECT_EQ(Bytes(rgb.begin() + 18, rgb.end()), Bytes(9, 97));
+  const Bytes odd = Convert(true, {100, 100, 100, 100, 100, 100, 100, 100, 100, 178, 98, 178}, 3, 3);
+  EXPECT_EQ(Px(odd, 0), (Bytes{49, 102, 198}));
+  EXPECT_EQ(Px(odd, 6), (Bytes{97, 78, 198}));
+  EXPECT_EQ(Bytes(odd.begin() + 18, odd.end()), Bytes(9, 97));
   EXPECT_EQ(Convert(true, {100}, 1, 1), (Bytes{97, 97, 97}));  // no chroma row at all
 }
 
@@ -265,21 +255,19 @@ TEST_F(DumpDir, DumpDrawsBoxesInGreenAndSkipsPixelsOutside) {
 TEST_F(DumpDir, DumpRefusalsAndFailuresWriteNothing) {
   Bytes yuv(4 * 4 * 3 / 2, 128);
   BodyInfo bodies[1] = {};
+  const uint8_t* y = yuv.data();
   struct Case {
     const uint8_t* yuv;
     int w, h, chromaOrder, bodyNum;
     BodyInfo* bodies;
-  } cases[] = {{yuv.data(), 4, 4, 0, 1, bodies},  {yuv.data(), 4, 4, 3, 1, bodies},
-               {nullptr, 4, 4, 1, 1, bodies},     {yuv.data(), 0, 4, 1, 1, bodies},
-               {yuv.data(), 4, -4, 1, 1, bodies}, {yuv.data(), INT_MAX, 2, 1, 1, bodies},
-               {yuv.data(), 4, 4, 1, 31, bodies}, {yuv.data(), 4, 4, 1, -1, bodies},
-               {yuv.data(), 4, 4, 1, 1, nullptr}};
+  } cases[] = {{y, 4, 4, 0, 1, bodies},  {y, 4, 4, 3, 1, bodies},  {nullptr, 4, 4, 1, 1, bodies},
+               {y, 0, 4, 1, 1, bodies},  {y, 4, -4, 1, 1, bodies}, {y, INT_MAX, 2, 1, 1, bodies},
+               {y, 4, 4, 1, 31, bodies}, {y, 4, 4, 1, -1, bodies}, {y, 4, 4, 1, 1, nullptr}};
   for (const auto& c : cases) {
     ParamOut out{};
     out.bodies = c.bodies;
     out.bodyNum = c.bodyNum;
-    EXPECT_EQ(DumpTrackingResult(base_, c.yuv, c.w, c.h, c.chromaOrder, out, 1), -1)
-        << c.w << "x" << c.h << " order " << c.chromaOrder << " bodies " << c.bodyNum;
+    EXPECT_EQ(DumpTrackingResult(base_, c.yuv, c.w, c.h, c.chromaOrder, out, 1), -1) << &c - cases;
   }
   // The RGB copy failing is reported; the row buffer or the directory failing is not.
   ParamOut out{};
