@@ -10,31 +10,16 @@ namespace {
 
 constexpr const char* kProp = "vendor.zyObjectTracking.printlog";
 
-int FlagFor(const char* value) {
-  if (value == nullptr) {
-    unsetenv(kProp);
-  } else {
-    setenv(kProp, value, 1);
-  }
-  int flag = -1;
-  getDebugFlag(&flag, kProp);
-  unsetenv(kProp);
-  return flag;
-}
-
-TEST(DebugFlag, OnlyALeadingOneSwitchesOn) {
-  EXPECT_EQ(FlagFor("1"), 1);
-  EXPECT_EQ(FlagFor("1abc"), 1);
-  EXPECT_EQ(FlagFor("0"), 0);
-  EXPECT_EQ(FlagFor("true"), 0);
-  EXPECT_EQ(FlagFor(""), 0);
-  EXPECT_EQ(FlagFor(nullptr), 0);
-  EXPECT_EQ(FlagFor(" 1"), 0);
-}
-
-TEST(DebugFlag, LongValuesAreTruncatedNotOverrun) {
+TEST(DebugFlag, OnlyALeadingOneSwitchesOnAndLongValuesAreTruncated) {
   const std::string longValue = "1" + std::string(400, 'x');
-  EXPECT_EQ(FlagFor(longValue.c_str()), 1);
+  for (auto [value, flag] : {std::pair{"1", 1}, {"1abc", 1}, {longValue.c_str(), 1}, {"0", 0}, {"true", 0}, {"", 0},
+                             {" 1", 0}, {nullptr, 0}}) {
+    if (value) setenv(kProp, value, 1);
+    int got = -1;
+    getDebugFlag(&got, kProp);
+    unsetenv(kProp);
+    EXPECT_EQ(got, flag) << (value ? value : "(unset)");
+  }
   char value[PROP_VALUE_MAX];
   setenv(kProp, longValue.c_str(), 1);
   EXPECT_EQ(__system_property_get(kProp, value), PROP_VALUE_MAX - 1);
@@ -44,21 +29,11 @@ TEST(DebugFlag, LongValuesAreTruncatedNotOverrun) {
 
 TEST(AllocHook, FailsExactlyTheKthAllocationOnce) {
   zy::FailNthAllocation(3);
-  int* a = zy::NewArray<int>(4);
-  int* b = zy::NewArray<int>(4);
-  int* c = zy::NewArray<int>(4);
-  int* d = zy::NewArray<int>(4);
-  EXPECT_NE(a, nullptr);
-  EXPECT_NE(b, nullptr);
-  EXPECT_EQ(c, nullptr);
-  EXPECT_NE(d, nullptr);  // fired once, then disarmed
-  delete[] a;
-  delete[] b;
-  delete[] d;
+  int* p[4];
+  for (int*& q : p) q = zy::NewArray<int>(4);
+  EXPECT_TRUE(p[0] && p[1] && !p[2] && p[3]);  // fired once, then disarmed
+  for (int* q : p) delete[] q;
   zy::FailNthAllocation(0);
-  void* m = zy::Malloc(16);
-  EXPECT_NE(m, nullptr);
-  std::free(m);
 }
 
 }  // namespace
