@@ -2,6 +2,7 @@
 # Installs what the project needs on a Debian 12 machine, skipping what is already there.
 #   scripts/setup.sh test   compilers, CMake, GoogleTest, Benchmark, liblog, SIMDe, FFTW, clang
 #   scripts/setup.sh tool   the above plus OpenCV, ffmpeg and the sample footage (opencv-doc)
+#   scripts/setup.sh bench  the 'test' set plus OpenCV's contributed trackers and dlib (peers)
 #   scripts/setup.sh arm64  the above 'test' set plus the aarch64 cross compiler and qemu-user
 #                           (GoogleTest is then built from the sources in /usr/src/googletest)
 set -euo pipefail
@@ -12,8 +13,9 @@ for group in "$@"; do
   case "$group" in
     test) ;;
     tool) want+=(libopencv-dev ffmpeg opencv-doc) ;;
+    bench) want+=(libopencv-dev libopencv-contrib-dev libdlib-dev opencv-doc) ;;
     arm64) want+=(g++-aarch64-linux-gnu qemu-user googletest) ;;
-    *) echo "setup.sh: unknown group '$group' (test, tool, arm64)" >&2; exit 2 ;;
+    *) echo "setup.sh: unknown group '$group' (test, tool, bench, arm64)" >&2; exit 2 ;;
   esac
 done
 
