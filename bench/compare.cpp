@@ -302,15 +302,15 @@ void CompareOnScenes(const zybench::Photo& photo, bool quick) {
       {"1080p, 30 bodies", 1920, 1080, 30, quick ? 10 : 30, quick ? 10 : 20},
   };
   for (const SceneCase& c : cases) {
-    SceneSpec spec;
-    spec.width = c.width;
-    spec.height = c.height;
-    spec.bodies = c.bodies;
-    spec.minSide = c.height / 18.0f;
-    spec.maxSide = c.height / 6.0f;
-    spec.maxSpeed = 4;
-    spec.seed = static_cast<uint32_t>(c.width + c.bodies);
-    const Scene scene(spec, photo);
+    SceneSpec shape;
+    shape.width = c.width;
+    shape.height = c.height;
+    shape.bodies = c.bodies;
+    shape.minSide = c.height / 18.0f;
+    shape.maxSide = c.height / 6.0f;
+    shape.maxSpeed = 4;
+    shape.seed = static_cast<uint32_t>(c.width + c.bodies);
+    const Scene scene(shape, photo);
     FrameDriver driver(scene, c.frames);
     const Frames frames(driver, scene);
     SetLoopThreads(1);
@@ -340,10 +340,10 @@ void SweepBoxSides(const zybench::Photo& photo, bool quick) {
   for (const float side : {20.f, 50.f, 100.f, 200.f, 500.f, 1000.f}) {
     // KCF takes most of a second per large box: fewer frames for the peers there.
     const int peerFrames = side >= 500 ? std::min(frames, 5) : frames;
-    SceneSpec spec;
-    spec.width = 1920;
-    spec.height = 1080;
-    const Scene scene(spec, zybench::BodiesOfSide(4, side, 1920, 1080, 21), photo);
+    SceneSpec shape;
+    shape.width = 1920;
+    shape.height = 1080;
+    const Scene scene(shape, zybench::BodiesOfSide(4, side, 1920, 1080, 21), photo);
     FrameDriver driver(scene, frames);
     const Frames bgr(driver, scene);
     SetLoopThreads(1);
@@ -366,14 +366,14 @@ void Spin(long n) {
 // A 1080p frame with 30 bodies on one thread and on two, frames alternating between the two
 // settings so that both see the same machine load.
 void FrameThreads(const zybench::Photo& photo, bool quick) {
-  SceneSpec spec;
-  spec.width = 1920;
-  spec.height = 1080;
-  spec.bodies = 30;
-  spec.minSide = 60;
-  spec.maxSide = 180;
-  spec.seed = 99;
-  const Scene scene(spec, photo);
+  SceneSpec shape;
+  shape.width = 1920;
+  shape.height = 1080;
+  shape.bodies = 30;
+  shape.minSide = 60;
+  shape.maxSide = 180;
+  shape.seed = 99;
+  const Scene scene(shape, photo);
   const int frames = quick ? 10 : 30;
   FrameDriver one(scene, frames);
   FrameDriver two(scene, frames);
@@ -542,12 +542,12 @@ void CompareOnFootage(const std::string& path, bool quick) {
 
 // Resident memory of a started handle, and heap allocations during tracking frames.
 void MemoryAndAllocations(const zybench::Photo& photo) {
-  SceneSpec spec;
-  spec.width = 1920;
-  spec.height = 1080;
-  spec.bodies = 30;
-  spec.seed = 5;
-  const Scene scene(spec, photo);
+  SceneSpec shape;
+  shape.width = 1920;
+  shape.height = 1080;
+  shape.bodies = 30;
+  shape.seed = 5;
+  const Scene scene(shape, photo);
   const long base = ResidentKiB();
   FrameDriver driver(scene, 12);
   driver.Reinit();
