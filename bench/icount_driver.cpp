@@ -18,13 +18,13 @@
 int main(int argc, char** argv) {
   const int frames = argc > 1 ? std::atoi(argv[1]) : 20;
   const float side = argc > 2 ? static_cast<float>(std::atof(argv[2])) : 0.f;
-  zybench::SceneSpec spec;
-  spec.width = side > 0 ? 1920 : 1280;
-  spec.height = side > 0 ? 1080 : 720;
-  spec.bodies = side > 0 ? 4 : 10;
-  spec.seed = 7;
-  const zybench::Scene scene = side > 0 ? zybench::Scene(spec, zybench::BodiesOfSide(4, side, 1920, 1080, 21))
-                                        : zybench::Scene(spec);
+  zybench::SceneSpec shape;
+  shape.width = side > 0 ? 1920 : 1280;
+  shape.height = side > 0 ? 1080 : 720;
+  shape.bodies = side > 0 ? 4 : 10;
+  shape.seed = 7;
+  const zybench::Scene scene = side > 0 ? zybench::Scene(shape, zybench::BodiesOfSide(4, side, 1920, 1080, 21))
+                                        : zybench::Scene(shape);
 
   std::vector<std::vector<uint8_t>> nv21(static_cast<size_t>(frames) + 1);
   for (int t = 0; t <= frames; ++t) {
@@ -33,12 +33,12 @@ int main(int argc, char** argv) {
   }
 
   std::vector<std::unique_ptr<TrackingInp>> trackers;
-  for (int i = 0; i < spec.bodies; ++i) {
+  for (int i = 0; i < shape.bodies; ++i) {
     trackers.push_back(std::make_unique<TrackingInp>(2.5f, true, true, true));
     if (createTracker(*trackers.back()) != 0) return 1;
   }
-  const FrameView first{spec.height, spec.width, nv21[0].data(), 3, 0};
-  for (int i = 0; i < spec.bodies; ++i) {
+  const FrameView first{shape.height, shape.width, nv21[0].data(), 3, 0};
+  for (int i = 0; i < shape.bodies; ++i) {
     const zybench::Box b = scene.BoxAt(i, 0);
     const zybench::Corners c = zybench::ToCorners(b);
     const float box[4] = {static_cast<float>(c.left), static_cast<float>(c.top),
@@ -47,13 +47,13 @@ int main(int argc, char** argv) {
   }
 
   // The collected region: only updateTracker and what it calls.
-  std::vector<float> results(static_cast<size_t>(frames) * spec.bodies * 4);
+  std::vector<float> results(static_cast<size_t>(frames) * shape.bodies * 4);
   long updates = 0;
   for (int t = 1; t <= frames; ++t) {
-    const FrameView frame{spec.height, spec.width, nv21[static_cast<size_t>(t)].data(), 3, 0};
-    for (int i = 0; i < spec.bodies; ++i) {
+    const FrameView frame{shape.height, shape.width, nv21[static_cast<size_t>(t)].data(), 3, 0};
+    for (int i = 0; i < shape.bodies; ++i) {
       updateTracker(*trackers[static_cast<size_t>(i)], frame,
-                    &results[(static_cast<size_t>(t - 1) * spec.bodies + i) * 4]);
+                    &results[(static_cast<size_t>(t - 1) * shape.bodies + i) * 4]);
       ++updates;
     }
   }

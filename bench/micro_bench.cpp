@@ -185,10 +185,10 @@ BENCHMARK(BM_GetFeatures);
 // 1080p frame), to show that the cost does not depend on the box.
 void BM_UpdateTracker(benchmark::State& state) {
   const float side = static_cast<float>(state.range(0));
-  SceneSpec spec;
-  spec.width = 1920;
-  spec.height = 1080;
-  const Scene scene(spec, zybench::BodiesOfSide(1, side, 1920, 1080, 11));
+  SceneSpec shape;
+  shape.width = 1920;
+  shape.height = 1080;
+  const Scene scene(shape, zybench::BodiesOfSide(1, side, 1920, 1080, 11));
   constexpr int kFrames = 16;
   OneTracker tr(scene, 0, kFrames);
   int k = 1;
@@ -210,14 +210,14 @@ BENCHMARK(BM_UpdateTracker)->Arg(20)->Arg(50)->Arg(100)->Arg(200)->Arg(500)->Arg
 // bodies, loop threads.
 void BM_Frame(benchmark::State& state) {
   const int h = static_cast<int>(state.range(0));
-  SceneSpec spec;
-  spec.height = h;
-  spec.width = h == 720 ? 1280 : 1920;
-  spec.bodies = static_cast<int>(state.range(1));
-  spec.minSide = 40;
-  spec.maxSide = 160;
-  spec.seed = 5;
-  const Scene scene(spec);
+  SceneSpec shape;
+  shape.height = h;
+  shape.width = h == 720 ? 1280 : 1920;
+  shape.bodies = static_cast<int>(state.range(1));
+  shape.minSide = 40;
+  shape.maxSide = 160;
+  shape.seed = 5;
+  const Scene scene(shape);
   constexpr int kFrames = 16;
   FrameDriver driver(scene, kFrames);
   if (!driver.ok()) {
@@ -236,7 +236,7 @@ void BM_Frame(benchmark::State& state) {
     }
     driver.Track(t++);
   }
-  state.counters["bodies"] = spec.bodies;
+  state.counters["bodies"] = shape.bodies;
 }
 BENCHMARK(BM_Frame)
     ->ArgNames({"height", "bodies", "threads"})

@@ -60,24 +60,24 @@ void BgrToYuv(int b, int g, int r, int* y, int* u, int* v) {
 
 }  // namespace
 
-Scene::Scene(const SceneSpec& spec, Photo background) : Scene(spec, {}, background) {
-  Rng rng(spec.seed);
+Scene::Scene(const SceneSpec& shape, Photo background) : Scene(shape, {}, background) {
+  Rng rng(shape.seed);
   bodies_.clear();
-  for (int i = 0; i < spec.bodies; ++i) {
+  for (int i = 0; i < shape.bodies; ++i) {
     SceneBody b;
-    const float w = rng.Uniform(spec.minSide, spec.maxSide);
-    const float h = std::min(2 * w, 0.9f * static_cast<float>(spec.height));
-    b.start = Box{rng.Uniform(0, std::max(1.0f, spec.width - w)), rng.Uniform(0, std::max(1.0f, spec.height - h)), w, h};
-    b.vx = rng.Uniform(-spec.maxSpeed, spec.maxSpeed);
-    b.vy = rng.Uniform(-spec.maxSpeed, spec.maxSpeed) * 0.5f;
+    const float w = rng.Uniform(shape.minSide, shape.maxSide);
+    const float h = std::min(2 * w, 0.9f * static_cast<float>(shape.height));
+    b.start = Box{rng.Uniform(0, std::max(1.0f, shape.width - w)), rng.Uniform(0, std::max(1.0f, shape.height - h)), w, h};
+    b.vx = rng.Uniform(-shape.maxSpeed, shape.maxSpeed);
+    b.vy = rng.Uniform(-shape.maxSpeed, shape.maxSpeed) * 0.5f;
     b.growth = rng.Uniform(-0.1f, 0.1f);
     b.seed = rng.Next();
     bodies_.push_back(b);
   }
 }
 
-Scene::Scene(const SceneSpec& spec, std::vector<SceneBody> bodies, Photo background)
-    : spec_(spec), bodies_(std::move(bodies)) {
+Scene::Scene(const SceneSpec& shape, std::vector<SceneBody> bodies, Photo background)
+    : spec_(shape), bodies_(std::move(bodies)) {
   const int W = spec_.width, H = spec_.height;
   background_.assign(static_cast<size_t>(W) * H * 3 / 2, 0);
   uint8_t* luma = background_.data();

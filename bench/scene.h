@@ -40,10 +40,10 @@ struct Photo {
 
 class Scene {
  public:
-  // Bodies placed at random from the spec's seed.
-  explicit Scene(const SceneSpec& spec, Photo background = Photo{});
-  // The given bodies (spec.bodies is ignored).
-  Scene(const SceneSpec& spec, std::vector<SceneBody> bodies, Photo background = Photo{});
+  // Bodies placed at random from the shape's seed.
+  explicit Scene(const SceneSpec& shape, Photo background = Photo{});
+  // The given bodies (shape.bodies is ignored).
+  Scene(const SceneSpec& shape, std::vector<SceneBody> bodies, Photo background = Photo{});
 
   int width() const { return spec_.width; }
   int height() const { return spec_.height; }
