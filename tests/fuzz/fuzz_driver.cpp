@@ -1,0 +1,652 @@
+#include "fuzz_driver.h"
+
+#include <android/log.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "ZyBodyTracking.h"
+
+namespace {
+
+[[noreturn]] void Violation(const char* what, long detail) {
+  std::fprintf(stderr, "zy_fuzz: violated: %s (%ld)\n", what, detail);
+  std::abort();
+}
+#define ZY_FUZZ_CHECK(cond, detail) \
+  ((cond) ? (void)0 : Violation(#cond, static_cast<long>(detail)))
+
+constexpr int kSlots = 2;             // handles alive at once
+constexpr int kMaxOps = 40;           // calls per input
+constexpr int kTrackerBudget = 160;   // body updates per input, to keep executions fast
+constexpr int kSceneMax = 33;         // a few more bodies than a frame may carry
+constexpr int64_t kHeapFrameMax = 1 << 20;  // larger frames are mapped, not allocated
+constexpr int64_t kDumpFrameMax = 128 << 10;  // the dump converts the whole frame: keep it small
+constexpr uint8_t kReservedFill = 0xA5;
+constexpr uint8_t kOutFill = 0x5A;
+
+// Reads the input front to back; past its end every read gives 0.
+class ByteReader {
+ public:
+  ByteReader(const uint8_t* p, size_t n) : p_(p), n_(n) {}
+  bool Empty() const { return n_ == 0; }
+  uint8_t U8() {
+    if (n_ == 0) return 0;
+    --n_;
+    return *p_++;
+  }
+  uint32_t Bits(int bytes) {
+    uint32_t v = 0;
+    for (int i = 0; i < bytes; ++i) v |= static_cast<uint32_t>(U8()) << (8 * i);
+    return v;
+  }
+  int32_t I32() { return static_cast<int32_t>(Bits(4)); }
+  // lo..hi inclusive.
+  int32_t In(int32_t lo, int32_t hi) {
+    const uint64_t span = static_cast<uint64_t>(static_cast<int64_t>(hi) - lo) + 1;
+    const uint32_t v = span > 256 ? (span > 65536 ? Bits(4) : Bits(2)) : U8();
+    return static_cast<int32_t>(lo + static_cast<int64_t>(v % span));
+  }
+
+ private:
+  const uint8_t* p_;
+  size_t n_;
+};
+
+uint32_t Hash(uint32_t x) {
+  x ^= x >> 16;
+  x *= 0x7feb352dU;
+  x ^= x >> 15;
+  x *= 0x846ca68bU;
+  x ^= x >> 16;
+  return x;
+}
+
+struct Geometry {
+  int32_t width = 64;
+  int32_t height = 48;
+  int32_t stride = 64;
+};
+
+// Bytes of the frame the geometry describes, or -1 when the geometry itself is invalid.
+int64_t FrameBytes(const Geometry& g) {
+  if (g.width <= 0 || g.height <= 0 || g.stride <= 0 || g.stride < g.width) return -1;
+  return static_cast<int64_t>(g.stride) * g.height + static_cast<int64_t>(g.stride) * (g.height / 2);
+}
+bool GeometryAccepted(const Geometry& g) {
+  const int64_t b = FrameBytes(g);
+  return b >= 0 && b <= INT32_MAX;
+}
+
+// A geometry of at most maxBytes bytes of frame (a default one when the choice is larger);
+// invalid geometry is always allowed, the library must refuse it.
+Geometry ChooseGeometry(ByteReader& r, int64_t maxBytes) {
+  Geometry g;
+  switch (r.U8() % 16) {
+    case 10:
+    case 11:  // tiny
+      g.width = r.In(1, 8);
+      g.height = r.In(1, 8);
+      g.stride = g.width + r.In(0, 3);
+      break;
+    case 12:  // anything
+      g.width = r.I32();
+      g.height = r.I32();
+      g.stride = r.I32();
+      break;
+    case 13:  // small numbers around the refusals
+      g.width = r.In(-3, 40);
+      g.height = r.In(-3, 40);
+      g.stride = r.In(-3, 48);
+      break;
+    case 14: {  // byte counts at the 32-bit limit
+      g.height = r.In(1, 65535);
+      const int64_t rows = g.height + g.height / 2;
+      const int64_t stride = INT32_MAX / rows + r.In(-1, 1);
+      g.stride = static_cast<int32_t>(stride > INT32_MAX ? INT32_MAX : stride);
+      g.width = g.stride - r.In(0, 7);
+      break;
+    }
+    case 15: {  // very wide and very short
+      g.height = r.In(1, 3);
+      const int64_t rows = g.height + g.height / 2;
+      g.stride = r.In(1 << 20, static_cast<int32_t>(INT32_MAX / rows));
+      g.width = g.stride - r.In(0, 3);
+      break;
+    }
+    default:  // ordinary
+      g.width = r.In(2, 256);
+      g.height = r.In(2, 192);
+      g.stride = g.width + r.In(0, 24);
+      break;
+  }
+  if (FrameBytes(g) > maxBytes) g = Geometry{};
+  return g;
+}
+
+// Exactly `bytes` bytes of frame: on the heap when small, else in a mapping whose last page
+// is followed by an inaccessible one, so a read past the end faults.
+class FrameBuffer {
+ public:
+  FrameBuffer() = default;
+  FrameBuffer(const FrameBuffer&) = delete;
+  FrameBuffer& operator=(const FrameBuffer&) = delete;
+  ~FrameBuffer() { Release(); }
+
+  uint8_t* Make(int64_t bytes) {
+    Release();
+    if (bytes <= kHeapFrameMax) {
+      size_ = bytes > 0 ? static_cast<size_t>(bytes) : 1;
+      heap_ = static_cast<uint8_t*>(std::malloc(size_));
+      return heap_;
+    }
+    const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    const size_t body = (static_cast<size_t>(bytes) + page - 1) / page * page;
+    mapBytes_ = body + 2 * page;
+    void* m = mmap(nullptr, mapBytes_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (m == MAP_FAILED) {
+      mapBytes_ = 0;
+      return nullptr;
+    }
+    map_ = static_cast<uint8_t*>(m);
+    if (mprotect(map_ + page, body, PROT_READ | PROT_WRITE) != 0) {
+      Release();
+      return nullptr;
+    }
+    size_ = static_cast<size_t>(bytes);
+    return map_ + page + (body - size_);
+  }
+  bool OnHeap() const { return heap_ != nullptr; }
+
+ private:
+  void Release() {
+    std::free(heap_);
+    heap_ = nullptr;
+    if (map_ != nullptr) munmap(map_, mapBytes_);
+    map_ = nullptr;
+    mapBytes_ = 0;
+    size_ = 0;
+  }
+  uint8_t* heap_ = nullptr;
+  uint8_t* map_ = nullptr;
+  size_t mapBytes_ = 0;
+  size_t size_ = 0;
+};
+
+struct SceneBody {
+  float x, y, w, h, vx, vy;
+  uint32_t seed;
+  int32_t classId;
+  uint32_t extra;
+};
+
+struct Scene {
+  SceneBody body[kSceneMax];
+  int n = 0;
+  uint32_t background = 1;
+  uint8_t content = 0;  // 0 textured, 1 flat, 2 noise
+};
+
+// Keeps scene coordinates where float -> int conversions in the driver are defined.
+float Bounded(float v) { return v < -1e6f ? -1e6f : (v > 1e6f ? 1e6f : v); }
+
+void Render(uint8_t* frame, const Geometry& g, const Scene& s) {
+  const size_t stride = static_cast<size_t>(g.stride);
+  const size_t lumaBytes = stride * static_cast<size_t>(g.height);
+  const size_t chromaRows = static_cast<size_t>(g.height / 2);
+  const size_t total = lumaBytes + stride * chromaRows;
+  if (s.content == 1) {
+    std::memset(frame, static_cast<int>(s.background & 0xFF), lumaBytes);
+    std::memset(frame + lumaBytes, 128, total - lumaBytes);
+    return;
+  }
+  if (s.content == 2) {
+    for (size_t i = 0; i < total; ++i) frame[i] = static_cast<uint8_t>(Hash(s.background + static_cast<uint32_t>(i)));
+    return;
+  }
+  for (int32_t y = 0; y < g.height; ++y) {
+    for (int32_t x = 0; x < g.stride; ++x) {
+      frame[static_cast<size_t>(y) * stride + static_cast<size_t>(x)] =
+          static_cast<uint8_t>(40 + Hash(s.background ^ static_cast<uint32_t>(x / 4) * 0x9e3779b1u ^
+                                         static_cast<uint32_t>(y / 4) * 0x85ebca6bu) % 120);
+    }
+  }
+  std::memset(frame + lumaBytes, 128, total - lumaBytes);
+  for (int k = 0; k < s.n; ++k) {
+    const SceneBody& b = s.body[k];
+    const int32_t x0 = static_cast<int32_t>(std::floor(Bounded(b.x)));
+    const int32_t y0 = static_cast<int32_t>(std::floor(Bounded(b.y)));
+    const int32_t x1 = static_cast<int32_t>(std::floor(Bounded(b.x + b.w)));
+    const int32_t y1 = static_cast<int32_t>(std::floor(Bounded(b.y + b.h)));
+    for (int32_t y = y0 < 0 ? 0 : y0; y < y1 && y < g.height; ++y) {
+      for (int32_t x = x0 < 0 ? 0 : x0; x < x1 && x < g.width; ++x) {
+        const uint32_t t = Hash(b.seed ^ static_cast<uint32_t>((x - x0) / 3) * 0xc2b2ae35u ^
+                                static_cast<uint32_t>((y - y0) / 3) * 0x27d4eb2fu);
+        frame[static_cast<size_t>(y) * stride + static_cast<size_t>(x)] = static_cast<uint8_t>(t);
+        if (static_cast<size_t>(y / 2) < chromaRows) {
+          uint8_t* c = frame + lumaBytes + static_cast<size_t>(y / 2) * stride + static_cast<size_t>(x & ~1);
+          c[0] = static_cast<uint8_t>(b.seed >> 8);
+          if (static_cast<int64_t>(x & ~1) + 1 < g.stride) c[1] = static_cast<uint8_t>(b.seed >> 16);
+        }
+      }
+    }
+  }
+}
+
+void AddBody(Scene& s, ByteReader& r, const Geometry& g) {
+  if (s.n >= kSceneMax) return;
+  const int32_t W = g.width > 0 && g.width < 4096 ? g.width : 256;
+  const int32_t H = g.height > 0 && g.height < 4096 ? g.height : 192;
+  SceneBody b;
+  b.w = static_cast<float>(r.In(1, W));
+  b.h = static_cast<float>(r.In(1, H));
+  b.x = static_cast<float>(r.In(-W / 4, W));
+  b.y = static_cast<float>(r.In(-H / 4, H));
+  b.vx = static_cast<float>(r.In(-8, 8)) * 0.75f;
+  b.vy = static_cast<float>(r.In(-8, 8)) * 0.75f;
+  b.seed = r.Bits(4) | 1u;
+  b.classId = r.In(0, 3);
+  b.extra = r.Bits(4);
+  s.body[s.n++] = b;
+}
+
+// Puts a body at, on or past one of the frame's edges, or sets it racing.
+void PushToEdge(Scene& s, ByteReader& r, const Geometry& g) {
+  if (s.n == 0) return;
+  SceneBody& b = s.body[r.In(0, s.n - 1)];
+  const float W = static_cast<float>(g.width > 0 && g.width < 1 << 24 ? g.width : 256);
+  const float H = static_cast<float>(g.height > 0 && g.height < 1 << 24 ? g.height : 192);
+  switch (r.U8() % 8) {
+    case 0: b.x = 1 - b.w; break;
+    case 1: b.x = W - 1; break;
+    case 2: b.y = 1 - b.h; break;
+    case 3: b.y = H - 1; break;
+    case 4: b.x = 0; b.y = 0; break;
+    case 5: b.x = -3 * b.w; break;
+    case 6: b.w = W; b.h = H; b.x = 0; b.y = 0; break;
+    default:
+      b.vx = static_cast<float>(r.In(-60, 60));
+      b.vy = static_cast<float>(r.In(-60, 60));
+      break;
+  }
+}
+
+void Step(Scene& s) {
+  for (int k = 0; k < s.n; ++k) {
+    s.body[k].x = Bounded(s.body[k].x + s.body[k].vx);
+    s.body[k].y = Bounded(s.body[k].y + s.body[k].vy);
+  }
+}
+
+int32_t Round(float v) { return static_cast<int32_t>(std::lround(Bounded(v))); }
+
+// A coordinate a careless or hostile caller might send.
+int32_t WildCoordinate(ByteReader& r, int32_t limit) {
+  switch (r.U8() % 8) {
+    case 0: return r.I32();
+    case 1: return INT32_MIN;
+    case 2: return INT32_MAX;
+    case 3: return -1;
+    case 4: return limit;
+    case 5: return limit - 1;
+    default: return r.In(-64, 512);
+  }
+}
+
+struct Slot {
+  AlgoHandle* handle = nullptr;
+  bool dump = false;
+  int32_t bodies = 0;         // bodies the handle tracks now, as the caller sees it
+  BodyInfo last[MAX_INPLACE_NUM];  // the previous accepted frame's output
+  ParamOut* out = nullptr;    // exactly one record, exactly 30 entries behind it
+};
+
+void FillReserved(ParamIn* in) {
+  std::memset(in->reserved0, kReservedFill, sizeof in->reserved0);
+  std::memset(in->reserved1, kReservedFill, sizeof in->reserved1);
+  std::memset(in->reserved2, kReservedFill, sizeof in->reserved2);
+  std::memset(in->reserved3, kReservedFill, sizeof in->reserved3);
+}
+
+bool AllBytes(const uint8_t* p, size_t n, uint8_t v) {
+  for (size_t i = 0; i < n; ++i) {
+    if (p[i] != v) return false;
+  }
+  return true;
+}
+
+class Driver {
+ public:
+  explicit Driver(ByteReader& r) : r_(r) {
+    dumpAllowed_ = access("/data/vendor/camera/img", F_OK) != 0;  // never litter a real device path
+    for (Slot& s : slots_) {
+      s.out = static_cast<ParamOut*>(std::malloc(sizeof(ParamOut)));
+      std::memset(s.out, kReservedFill, sizeof(ParamOut));
+      s.out->bodies = static_cast<BodyInfo*>(std::malloc(sizeof(BodyInfo) * MAX_INPLACE_NUM));
+      std::memset(s.out->bodies, kOutFill, sizeof(BodyInfo) * MAX_INPLACE_NUM);
+      s.out->bodyNum = -99;
+      std::memset(s.last, 0, sizeof s.last);
+    }
+    in_ = static_cast<ParamIn*>(std::malloc(sizeof(ParamIn)));
+    std::memset(in_, 0, sizeof(ParamIn));
+  }
+  ~Driver() {
+    for (Slot& s : slots_) {
+      if (s.handle != nullptr) ZY_FUZZ_CHECK(DestroyKoTrackingAlgo(&s.handle) == 0, 0);
+      std::free(s.out->bodies);
+      std::free(s.out);
+    }
+    std::free(in_);
+    std::free(inBodies_);
+    unsetenv("vendor.zyObjectTracking.dumpimg");
+    unsetenv("vendor.zyObjectTracking.printlog");
+  }
+
+  void Run() {
+    SetGeometry(ChooseGeometry(r_, INT64_MAX));
+    scene_.background = r_.Bits(4);
+    for (int k = r_.In(0, 4); k > 0; --k) AddBody(scene_, r_, geometry_);
+    for (int op = 0; op < kMaxOps && !r_.Empty(); ++op) {
+      Slot& s = slots_[r_.U8() % kSlots];
+      switch (r_.U8() % 12) {
+        case 0: Create(s); break;
+        case 1: Start(s); break;
+        case 2: Reset(s); break;
+        case 3: Destroy(s); break;
+        case 4:
+        case 5: SceneFrame(s, true); break;
+        case 6:
+        case 7: SceneFrame(s, false); break;
+        case 8: WildFrame(s); break;
+        case 9: NullFrame(s); break;
+        case 10: SetGeometry(ChooseGeometry(r_, AnyDump() ? kDumpFrameMax : INT64_MAX)); break;
+        default: EditScene(); break;
+      }
+    }
+  }
+
+ private:
+  bool AnyDump() const { return slots_[0].dump || slots_[1].dump; }
+
+  void SetGeometry(const Geometry& g) {
+    geometry_ = g;
+    frameBytes_ = FrameBytes(g);
+    // Geometry the library refuses gets a token buffer: nothing may be read from it.
+    image_ = frame_.Make(GeometryAccepted(g) ? frameBytes_ : 1);
+    rendered_ = false;
+  }
+
+  void EditScene() {
+    switch (r_.U8() % 5) {
+      case 0:
+      case 1: AddBody(scene_, r_, geometry_); break;
+      case 2:
+        if (scene_.n > 0) {
+          const int k = r_.In(0, scene_.n - 1);
+          scene_.body[k] = scene_.body[--scene_.n];
+        }
+        break;
+      case 3: PushToEdge(scene_, r_, geometry_); break;
+      default:
+        scene_.content = static_cast<uint8_t>(r_.U8() % 3);
+        scene_.background = r_.Bits(4);
+        break;
+    }
+    rendered_ = false;
+  }
+
+  void Create(Slot& s) {
+    if (r_.U8() % 16 == 0) {
+      ZY_FUZZ_CHECK(CreateKoTrackingAlgo(nullptr) == 1, 0);
+      return;
+    }
+    if (s.handle != nullptr) return;  // a real caller keeps its handle
+    const uint8_t switches = r_.U8();
+    const bool dump = dumpAllowed_ && (switches & 1) != 0 && frameBytes_ <= kDumpFrameMax;
+    setenv("vendor.zyObjectTracking.dumpimg", dump ? "1" : "0", 1);
+    setenv("vendor.zyObjectTracking.printlog", (switches & 2) ? "1" : "0", 1);
+    AlgoHandle* h = nullptr;
+    ZY_FUZZ_CHECK(CreateKoTrackingAlgo(&h) == 0, 0);
+    ZY_FUZZ_CHECK(h != nullptr, 0);
+    s.handle = h;
+    s.dump = dump;
+    s.bodies = 0;
+  }
+
+  void Start(Slot& s) {
+    const int32_t rc = StartKoTrackingAlgo(s.handle);
+    ZY_FUZZ_CHECK(rc == (s.handle != nullptr ? 0 : 1), rc);
+  }
+
+  void Reset(Slot& s) {
+    const int32_t rc = ResetKoTrackingAlgo(s.handle);
+    ZY_FUZZ_CHECK(rc == (s.handle != nullptr ? 0 : -1), rc);
+    if (s.handle != nullptr) s.bodies = 0;
+  }
+
+  void Destroy(Slot& s) {
+    if (r_.U8() % 8 == 0) {
+      ZY_FUZZ_CHECK(DestroyKoTrackingAlgo(nullptr) == -1, 0);
+      return;
+    }
+    const bool had = s.handle != nullptr;
+    const int32_t rc = DestroyKoTrackingAlgo(&s.handle);
+    ZY_FUZZ_CHECK(rc == (had ? 0 : -1), rc);
+    ZY_FUZZ_CHECK(s.handle == nullptr, 0);
+    s.dump = false;
+    s.bodies = 0;
+  }
+
+  // The caller's body array: exactly `entries` records.
+  BodyInfo* MakeBodies(int32_t entries) {
+    std::free(inBodies_);
+    inBodies_ = static_cast<BodyInfo*>(std::malloc(sizeof(BodyInfo) * static_cast<size_t>(entries)));
+    inEntries_ = entries;
+    return inBodies_;
+  }
+
+  void PrepareImage() {
+    if (!rendered_ && image_ != nullptr && frame_.OnHeap() && GeometryAccepted(geometry_)) {
+      Render(image_, geometry_, scene_);
+    }
+    rendered_ = true;
+  }
+
+  // A frame built from the scene: re-initialisation from its (jittered) boxes, or tracking
+  // after moving it.
+  void SceneFrame(Slot& s, bool first) {
+    if (!first) {
+      Step(scene_);
+      rendered_ = false;
+    }
+    const int32_t n = scene_.n;
+    BodyInfo* bodies = MakeBodies(n);
+    for (int32_t i = 0; i < n; ++i) {
+      const SceneBody& b = scene_.body[i];
+      const int32_t jitter = r_.In(-2, 2);
+      bodies[i].classId = b.classId;
+      bodies[i].bodyId = r_.In(-1, 31);
+      bodies[i].roi.left = Round(b.x) + jitter;
+      bodies[i].roi.top = Round(b.y) - jitter;
+      bodies[i].roi.right = Round(b.x + b.w) - 1;
+      bodies[i].roi.bottom = Round(b.y + b.h) - 1;
+      bodies[i].extra = b.extra ^ static_cast<uint32_t>(frameCount_);
+    }
+    Frame(s, first ? 1 : 0, n, -1);
+  }
+
+  // A frame whose body count and boxes come straight from the input.
+  void WildFrame(Slot& s) {
+    const uint8_t flag = r_.U8() % 4 == 0 ? 0 : r_.U8();
+    const int32_t n = r_.U8() % 4 == 0 ? r_.I32() : r_.In(-3, 33);
+    // The array holds what the count promises, up to the most any frame may use plus a few.
+    const int32_t entries = n < 0 ? 0 : (n > kSceneMax ? kSceneMax : n);
+    BodyInfo* bodies = MakeBodies(entries);
+    for (int32_t i = 0; i < entries; ++i) {
+      bodies[i].classId = r_.In(-1, 3);
+      bodies[i].bodyId = r_.I32();
+      bodies[i].roi.left = WildCoordinate(r_, geometry_.width);
+      bodies[i].roi.top = WildCoordinate(r_, geometry_.height);
+      bodies[i].roi.right = WildCoordinate(r_, geometry_.width);
+      bodies[i].roi.bottom = WildCoordinate(r_, geometry_.height);
+      bodies[i].extra = r_.Bits(4);
+    }
+    Frame(s, flag, n, -1);
+  }
+
+  // A frame with one null pointer where the interface wants a valid one.
+  void NullFrame(Slot& s) {
+    MakeBodies(scene_.n);
+    for (int32_t i = 0; i < scene_.n; ++i) std::memset(&inBodies_[i], 0, sizeof(BodyInfo));
+    const uint8_t flag = r_.U8() & 1;
+    Frame(s, flag, scene_.n, r_.U8() % 6);
+  }
+
+  // Calls Process and checks what must hold. nullWhich: -1 none, 0 handle, 1 in, 2 out,
+  // 3 image, 4 input bodies, 5 output bodies.
+  void Frame(Slot& s, uint8_t flag, int32_t n, int nullWhich) {
+    const bool geometryOk = GeometryAccepted(geometry_) && (flag == 0 || (n >= 0 && n <= MAX_INPLACE_NUM));
+    // Work is budgeted; refused frames cost nothing and always run.
+    const int32_t work = flag ? n : s.bodies;
+    if (geometryOk && nullWhich < 0 && s.handle != nullptr && work > 0) {
+      if (budget_ < work) return;
+      budget_ -= work;
+    }
+    PrepareImage();
+    FillReserved(in_);
+    in_->width = geometry_.width;
+    in_->height = geometry_.height;
+    in_->stride = geometry_.stride;
+    in_->image = image_;
+    in_->bodies = inBodies_;
+    in_->bodyNum = n;
+    in_->isFirstFrame = flag;
+    BodyInfo* outBodies = s.out->bodies;
+    ParamOut outBefore;
+    std::memcpy(&outBefore, s.out, sizeof outBefore);
+    BodyInfo outBodiesBefore[MAX_INPLACE_NUM];
+    std::memcpy(outBodiesBefore, outBodies, sizeof outBodiesBefore);
+    BodyInfo inBefore[kSceneMax];
+    const size_t inBytes = sizeof(BodyInfo) * static_cast<size_t>(inEntries_);
+    std::memcpy(inBefore, inBodies_, inBytes);
+
+    AlgoHandle* handle = s.handle;
+    ParamIn* in = in_;
+    ParamOut* out = s.out;
+    switch (nullWhich) {
+      case 0: handle = nullptr; break;
+      case 1: in = nullptr; break;
+      case 2: out = nullptr; break;
+      case 3: in_->image = nullptr; break;
+      case 4: in_->bodies = nullptr; break;
+      case 5: s.out->bodies = nullptr; break;
+      default: break;
+    }
+    const bool nulled = handle == nullptr || in == nullptr || out == nullptr || in_->image == nullptr ||
+                        in_->bodies == nullptr || s.out->bodies == nullptr;
+    const int32_t rc = ProcessKoTrackingAlgo(handle, in, out);
+    ++frameCount_;
+    s.out->bodies = outBodies;  // put back what a null variant took away
+
+    ZY_FUZZ_CHECK(rc == (nulled ? 1 : 0), rc);
+    ZY_FUZZ_CHECK(AllBytes(in_->reserved0, sizeof in_->reserved0, kReservedFill), 0);
+    ZY_FUZZ_CHECK(AllBytes(in_->reserved1, sizeof in_->reserved1, kReservedFill), 1);
+    ZY_FUZZ_CHECK(AllBytes(in_->reserved2, sizeof in_->reserved2, kReservedFill), 2);
+    ZY_FUZZ_CHECK(AllBytes(in_->reserved3, sizeof in_->reserved3, kReservedFill), 3);
+    ZY_FUZZ_CHECK(AllBytes(s.out->reserved0, sizeof s.out->reserved0, kReservedFill), 4);
+    ZY_FUZZ_CHECK(AllBytes(s.out->reserved1, sizeof s.out->reserved1, kReservedFill), 5);
+
+    if (nulled || !geometryOk) {
+      ZY_FUZZ_CHECK(std::memcmp(&outBefore, s.out, sizeof outBefore) == 0, flag);
+      ZY_FUZZ_CHECK(std::memcmp(outBodiesBefore, outBodies, sizeof outBodiesBefore) == 0, flag);
+      ZY_FUZZ_CHECK(std::memcmp(inBefore, inBodies_, inBytes) == 0, flag);
+      return;
+    }
+    if (flag != 0) {
+      CheckReinit(s, n, outBodiesBefore);
+    } else {
+      ZY_FUZZ_CHECK(std::memcmp(inBefore, inBodies_, inBytes) == 0, 0);
+      CheckTracking(s, n, outBodiesBefore);
+    }
+    if (s.bodies > 0) std::memcpy(s.last, outBodies, sizeof(BodyInfo) * static_cast<size_t>(s.bodies));
+  }
+
+  void CheckReinit(Slot& s, int32_t n, const BodyInfo* outBefore) {
+    s.bodies = n;
+    ZY_FUZZ_CHECK(s.out->bodyNum == n, s.out->bodyNum);
+    const BodyInfo* outBodies = s.out->bodies;
+    for (int32_t i = 0; i < MAX_INPLACE_NUM; ++i) {
+      bool copied = false;
+      if (i < n) {
+        const BodyRoi& b = inBodies_[i].roi;
+        const float w = static_cast<float>(b.right) - static_cast<float>(b.left);
+        const float h = static_cast<float>(b.bottom) - static_cast<float>(b.top);
+        copied = !(w <= 0 || h <= 0 || w > static_cast<float>(geometry_.width) ||
+                   h > static_cast<float>(geometry_.height));
+      }
+      const BodyInfo& expected = copied ? inBodies_[i] : outBefore[i];
+      ZY_FUZZ_CHECK(std::memcmp(&outBodies[i], &expected, sizeof(BodyInfo)) == 0, i);
+    }
+  }
+
+  void CheckTracking(Slot& s, int32_t n, const BodyInfo* outBefore) {
+    const BodyInfo* o = s.out->bodies;
+    ZY_FUZZ_CHECK(s.out->bodyNum == s.bodies, s.out->bodyNum);
+    for (int32_t i = 0; i < MAX_INPLACE_NUM; ++i) {
+      if (i >= s.bodies) {
+        ZY_FUZZ_CHECK(std::memcmp(&o[i], &outBefore[i], sizeof(BodyInfo)) == 0, i);
+        continue;
+      }
+      const BodyRoi& b = o[i].roi;
+      ZY_FUZZ_CHECK(b.left >= 0 && b.left < geometry_.stride, b.left);
+      ZY_FUZZ_CHECK(b.right >= 0 && b.right < geometry_.stride, b.right);
+      ZY_FUZZ_CHECK(b.top >= 0 && b.top < geometry_.height, b.top);
+      ZY_FUZZ_CHECK(b.bottom >= 0 && b.bottom < geometry_.height, b.bottom);
+      ZY_FUZZ_CHECK(o[i].classId == s.last[i].classId, i);
+      ZY_FUZZ_CHECK(o[i].bodyId == s.last[i].bodyId, i);
+      const uint32_t extra = i < n ? inBodies_[i].extra : s.last[i].extra;
+      ZY_FUZZ_CHECK(o[i].extra == extra, i);
+    }
+  }
+
+  ByteReader& r_;
+  Slot slots_[kSlots];
+  ParamIn* in_ = nullptr;
+  BodyInfo* inBodies_ = nullptr;
+  int32_t inEntries_ = 0;
+  Geometry geometry_;
+  int64_t frameBytes_ = 0;
+  FrameBuffer frame_;
+  uint8_t* image_ = nullptr;
+  bool rendered_ = false;
+  bool dumpAllowed_ = false;
+  Scene scene_;
+  int budget_ = kTrackerBudget;
+  int frameCount_ = 0;
+};
+
+void DropLine(const __android_logger_data*, const char*) {}
+
+}  // namespace
+
+void ZyFuzzQuietLog(bool on) {
+  if (on) {
+    __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
+    __android_log_set_logger(DropLine);
+  } else {
+    __android_log_set_logger(__android_log_stderr_logger);
+    __android_log_set_minimum_priority(ANDROID_LOG_INFO);
+  }
+}
+
+int ZyFuzzOneInput(const uint8_t* data, size_t size) {
+  ByteReader r(data, size);
+  Driver d(r);
+  d.Run();
+  return 0;
+}
