@@ -1,0 +1,200 @@
+// Calls a careless or hostile caller could make: each is refused with one error line and
+// changes nothing, or runs without touching memory the library does not own.
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+
+#include <climits>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "api/algo_handle.h"
+#include "scene.h"
+#include "support/log_capture.h"
+
+namespace {
+
+constexpr int kW = 320;
+constexpr int kH = 240;
+
+void AddTwoBodies(SceneCaller& c) {
+  c.AddBody({40, 60, 48, 96, 2.0f, 0.5f, 11, 1});
+  c.AddBody({200, 80, 40, 80, -1.5f, 0.0f, 12, 2});
+}
+
+struct Snapshot {
+  ParamOut out;
+  std::vector<BodyInfo> outBodies, inBodies, last;
+  int32_t bodyNum;
+  std::vector<int32_t> ids;
+  std::vector<TrackerRoi> rois;
+};
+
+Snapshot Take(const SceneCaller& c) {
+  Snapshot s;
+  s.out = c.out;
+  s.outBodies.assign(c.outBodies, c.outBodies + MAX_INPLACE_NUM);
+  s.inBodies.assign(c.inBodies, c.inBodies + MAX_INPLACE_NUM);
+  s.last.assign(c.handle->lastBodyInfo, c.handle->lastBodyInfo + MAX_INPLACE_NUM);
+  s.bodyNum = c.handle->bodyNum;
+  s.ids.assign(c.handle->freeBodyIds.begin(), c.handle->freeBodyIds.end());
+  for (const TrackingInp* t : c.handle->koTrackingInp) s.rois.push_back(t->roi);
+  return s;
+}
+
+bool Same(const std::vector<BodyInfo>& a, const std::vector<BodyInfo>& b) {
+  return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(BodyInfo)) == 0;
+}
+
+// Each case breaks one thing in an otherwise good call (a re-initialisation or a tracking
+// frame) and names the result and the one error line it must give.
+TEST(HostileInput, RefusedCallsChangeNothingAndSayWhy) {
+  struct Case {
+    const char* what;
+    void (*breakIt)(ParamIn&, ParamOut&, std::vector<BodyInfo>&);
+    bool first;
+    int32_t result;
+    const char* line;
+  };
+  const char* kNull = "ProcessKoTrackingAlgo input params is NULL, error! \n";
+  const Case cases[] = {
+      {"null input bodies", [](ParamIn& in, ParamOut&, std::vector<BodyInfo>&) { in.bodies = nullptr; }, true, 1, kNull},
+      {"null output bodies", [](ParamIn&, ParamOut& out, std::vector<BodyInfo>&) { out.bodies = nullptr; }, false, 1, kNull},
+      {"null image", [](ParamIn& in, ParamOut&, std::vector<BodyInfo>&) { in.image = nullptr; }, true, 1, kNull},
+      {"negative stride", [](ParamIn& in, ParamOut&, std::vector<BodyInfo>&) { in.stride = -kW; }, false, 0,
+       "ProcessKoTrackingAlgo frame geometry is invalid: width 320, height 240, stride -320"},
+      {"zero height", [](ParamIn& in, ParamOut&, std::vector<BodyInfo>&) { in.height = 0; }, true, 0,
+       "ProcessKoTrackingAlgo frame geometry is invalid: width 320, height 0, stride 320"},
+      {"stride below width", [](ParamIn& in, ParamOut&, std::vector<BodyInfo>&) { in.stride = kW - 1; }, false, 0,
+       "ProcessKoTrackingAlgo stride 319 is below width 320"},
+      // 65536 x (21846 + 10923) bytes is 2^31 + 65536: one chroma row too many for 32 bits.
+      {"byte count past 32 bits",
+       [](ParamIn& in, ParamOut&, std::vector<BodyInfo>&) { in.width = in.stride = 65536, in.height = 21846; },
+       false, 0, "ProcessKoTrackingAlgo frame of 65536 x 21846 (stride 65536) is too large"},
+      {"31 bodies", [](ParamIn& in, ParamOut&, std::vector<BodyInfo>& many) { in.bodies = many.data(), in.bodyNum = 31; },
+       true, 0, "ProcessKoTrackingAlgo bodyNum 31 is outside 0..30"},
+      {"negative count", [](ParamIn& in, ParamOut&, std::vector<BodyInfo>&) { in.bodyNum = INT32_MIN; }, true, 0,
+       "ProcessKoTrackingAlgo bodyNum -2147483648 is outside 0..30"},
+  };
+  for (const Case& k : cases) {
+    SCOPED_TRACE(k.what);
+    SceneCaller c(kW, kH, kW, 3);
+    ASSERT_EQ(c.Open(), 0);
+    AddTwoBodies(c);
+    ASSERT_EQ(c.Reinit(), 0);
+    ASSERT_EQ(c.Track(), 0);
+    // Bodies the caller would send next, with identities the library must not overwrite.
+    for (BodyInfo& b : c.inBodies) b.bodyId = 77;
+    std::vector<BodyInfo> many(31, c.inBodies[0]);
+    const Snapshot before = Take(c);
+    ParamIn in = c.in;
+    ParamOut out = c.out;
+    in.bodyNum = c.BodyCount();
+    in.isFirstFrame = k.first ? 1 : 0;
+    k.breakIt(in, out, many);
+    LogCapture log;
+    EXPECT_EQ(ProcessKoTrackingAlgo(c.handle, &in, &out), k.result);
+    int errors = 0;
+    for (const LogLine& l : log.Lines()) errors += l.prio >= ANDROID_LOG_ERROR;
+    EXPECT_EQ(errors, 1);
+    EXPECT_EQ(log.Count(k.line, ANDROID_LOG_ERROR), 1);
+    const Snapshot after = Take(c);
+    EXPECT_EQ(out.bodyNum, before.out.bodyNum);
+    for (const BodyInfo& b : many) EXPECT_EQ(b.bodyId, 77);
+    EXPECT_TRUE(Same(after.outBodies, before.outBodies));
+    EXPECT_TRUE(Same(after.inBodies, before.inBodies));
+    EXPECT_TRUE(Same(after.last, before.last));
+    EXPECT_EQ(after.bodyNum, before.bodyNum);
+    EXPECT_EQ(after.ids, before.ids);
+    EXPECT_EQ(std::memcmp(after.rois.data(), before.rois.data(), after.rois.size() * sizeof(TrackerRoi)), 0);
+    // The handle goes on as if the call had not been made.
+    ASSERT_EQ(c.Track(), 0);
+    EXPECT_EQ(c.out.bodyNum, 2);
+  }
+}
+
+// Boxes anywhere the int32 range allows: refused when wider or taller than the frame,
+// otherwise tracked, and every tracked box comes back inside the frame.
+TEST(HostileInput, BoxesFarOutsideTheFrameComeBackInside) {
+  const BodyRoi boxes[] = {
+      {INT32_MIN, INT32_MIN, INT32_MAX, INT32_MAX},      // refused: wider than the frame
+      {2000000000, 5, 2000000100, 90},                   // far right
+      {-2000000100, -2000000100, -2000000000, -2000000000},  // far up and left
+      {-30, -30, 10, 10},                                // over the top-left corner
+      {kW - 5, kH - 5, kW + 40, kH + 40},                // over the bottom-right corner
+      {0, 0, kW, kH},                                    // the whole frame
+      {kW - 1, 0, kW, 1},                                // one pixel at the right edge
+      {INT32_MAX - 64, INT32_MAX - 64, INT32_MAX, INT32_MAX},
+      {INT32_MIN, INT32_MIN, INT32_MIN + 128, INT32_MIN + 128},
+  };
+  SceneCaller c(kW, kH, kW + 16, 5);
+  ASSERT_EQ(c.Open(), 0);
+  AddTwoBodies(c);
+  c.Render();
+  const int n = static_cast<int>(sizeof boxes / sizeof boxes[0]);
+  for (int i = 0; i < n; ++i) c.inBodies[i] = BodyInfo{1, 0, boxes[i], static_cast<uint32_t>(i)};
+  c.in.bodyNum = n;
+  c.in.isFirstFrame = 1;
+  LogCapture log;
+  ASSERT_EQ(ProcessKoTrackingAlgo(c.handle, &c.in, &c.out), 0);
+  EXPECT_EQ(log.Count("ParamIn body roi width or height is error!"), 1);
+  EXPECT_EQ(c.out.bodyNum, n);
+  for (int frame = 0; frame < 6; ++frame) {
+    c.in.isFirstFrame = 0;
+    ASSERT_EQ(ProcessKoTrackingAlgo(c.handle, &c.in, &c.out), 0);
+    ASSERT_EQ(c.out.bodyNum, n);
+    EXPECT_TRUE(OutputInsideFrame(c)) << "frame " << frame;
+    for (int i = 1; i < n; ++i) EXPECT_EQ(c.outBodies[i].extra, static_cast<uint32_t>(i));
+  }
+}
+
+// Frames of one or two pixels a side, odd sizes, strides wider than the width: every byte the
+// tracker reads lies in the caller's frame (exactly sized, so AddressSanitizer sees the ends).
+TEST(HostileInput, TinyFramesAreTrackedInPlace) {
+  for (int w = 1; w <= 5; ++w) {
+    for (int h = 1; h <= 5; ++h) {
+      SceneCaller c(w, h, w + (h & 1), 7);
+      ASSERT_EQ(c.Open(), 0);
+      c.AddBody({0, 0, static_cast<float>(w), static_cast<float>(h), 0.4f, 0.3f, 13, 1});
+      ASSERT_EQ(c.Reinit(), 0);
+      for (int frame = 0; frame < 3; ++frame) {
+        ASSERT_EQ(c.Track(), 0);
+        EXPECT_TRUE(OutputInsideFrame(c)) << w << "x" << h;
+      }
+    }
+  }
+}
+
+// A frame 900 million pixels wide and one row high is within the 32-bit byte count. The box
+// is as wide as the frame, so its padded width (2.25e9) is past the int32 range: the search
+// window is still the smaller padded side, 2 pixels, never a wrapped negative number.
+TEST(HostileInput, VeryWideFrameKeepsTheSearchWindowPositive) {
+  constexpr int32_t kWide = 900000000;
+  void* map = mmap(nullptr, kWide, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  ASSERT_NE(map, MAP_FAILED);
+  AlgoHandle* h = nullptr;
+  ASSERT_EQ(CreateKoTrackingAlgo(&h), 0);
+  ASSERT_EQ(StartKoTrackingAlgo(h), 0);
+  ParamIn in{};
+  ParamOut out{};
+  BodyInfo body{1, 0, {0, 0, kWide, 1}, 0};
+  BodyInfo outBodies[MAX_INPLACE_NUM] = {};
+  in.width = in.stride = kWide;
+  in.height = 1;
+  in.image = static_cast<const uint8_t*>(map);
+  in.bodies = &body;
+  in.bodyNum = 1;
+  in.isFirstFrame = 1;
+  out.bodies = outBodies;
+  ASSERT_EQ(ProcessKoTrackingAlgo(h, &in, &out), 0);
+  EXPECT_EQ(h->koTrackingInp[0]->scale, 2.0f / 64.0f);
+  in.isFirstFrame = 0;
+  ASSERT_EQ(ProcessKoTrackingAlgo(h, &in, &out), 0);
+  EXPECT_GE(outBodies[0].roi.left, 0);
+  EXPECT_LT(outBodies[0].roi.right, kWide);
+  EXPECT_EQ(outBodies[0].roi.bottom, 0);
+  ASSERT_EQ(DestroyKoTrackingAlgo(&h), 0);
+  munmap(map, kWide);
+}
+
+}  // namespace
