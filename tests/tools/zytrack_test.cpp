@@ -132,6 +132,73 @@ TEST(Output, UnwritableFoldersAreRefusedAndOutputsAppearWhole) {
   std::filesystem::remove_all(dir);
 }
 
+TEST(TrackIds, ReusedMissingAndDoubledLibraryIdsStartNewTracks) {
+  TrackIds ids;
+  // Each row: the library ids of one re-initialisation frame, then the track ids expected.
+  const std::vector<std::pair<std::vector<int>, std::vector<int>>> steps = {
+      {{1, 2, 3}, {1, 2, 3}},    // first use keeps the library's numbers
+      {{3, 1, 4}, {3, 1, 4}},    // carried over in any order; 2 was lost
+      {{2, 3}, {31, 3}},         // 2 handed out again after a gap: another body
+      {{0, 0, 3}, {32, 33, 3}},  // no id given (30 bodies): a track each
+      {{3, 3}, {34, 35}},        // one id twice: neither can be trusted
+      {{2}, {36}},               // 2 was absent from the previous frame
+  };
+  for (const auto& [library, tracks] : steps) EXPECT_EQ(ids.Reinit(library), tracks);
+}
+
+// What the library cannot take is not handed to it, and what it returns keeps the box a
+// detection gave: the box outside the frame would otherwise come back as an id-0, empty line.
+TEST(EndToEnd, BoxesOutsideTheFrameAreNotPassedOn) {
+  SceneConfig cfg;
+  cfg.width = 320, cfg.height = 180, cfg.bodies = 2, cfg.frames = 6, cfg.seed = 3;
+  auto source = OpenScene(cfg);
+  RunConfig run;
+  run.init = InitSource::kDetections;
+  run.reinitEvery = 3;
+  run.writeVideo = false;
+  MotBox inside, outside, sliver;
+  inside.frame = outside.frame = sliver.frame = 1;
+  inside.left = 100, inside.top = 50, inside.width = 40, inside.height = 100, inside.confidence = 0.9f;
+  outside.left = 2000, outside.top = 2000, outside.width = 50, outside.height = 100, outside.confidence = 0.8f;
+  sliver.left = 318, sliver.top = 10, sliver.width = 30, sliver.height = 60, sliver.confidence = 0.7f;  // 2 px inside
+  run.detections[1] = {inside, outside, sliver};
+  run.workDir = TempPath("outside");
+  std::filesystem::create_directories(run.workDir);
+  RunResult r;
+  std::string why;
+  ASSERT_TRUE(RunTracking(*source, run, &r, &why)) << why;
+  EXPECT_EQ(r.bodiesPerFrame, (std::vector<int>{1, 1, 1, 0, 0, 0}));
+  std::ifstream tracks(run.workDir + "/tracks.txt");
+  std::string line;
+  ASSERT_TRUE(std::getline(tracks, line));
+  EXPECT_EQ(line, "1,1,100,50,40,100,1.000,-1,-1,-1");
+  std::filesystem::remove_all(run.workDir);
+}
+
+// The annotated video plays at the footage's own rate.
+TEST(EndToEnd, AnnotatedVideoKeepsTheFrameRate) {
+  const std::string clip = TempPath("clip.avi");
+  {
+    cv::VideoWriter w(clip, cv::VideoWriter::fourcc('M', 'J', 'P', 'G'), 10.0, cv::Size(128, 96));
+    if (!w.isOpened()) GTEST_SKIP() << "no video encoder in this OpenCV";
+    for (int i = 0; i < 4; ++i) w.write(cv::Mat(96, 128, CV_8UC3, cv::Scalar(30 * i, 80, 160)));
+  }
+  std::string why;
+  auto source = OpenVideo(clip, &why);
+  ASSERT_NE(source, nullptr) << why;
+  RunConfig run;
+  run.init = InitSource::kDetections;
+  run.workDir = TempPath("fps");
+  std::filesystem::create_directories(run.workDir);
+  RunResult r;
+  ASSERT_TRUE(RunTracking(*source, run, &r, &why)) << why;
+  ASSERT_EQ(r.videoPath, run.workDir + "/annotated.mp4");
+  cv::VideoCapture back(r.videoPath);
+  EXPECT_NEAR(back.get(cv::CAP_PROP_FPS), 10.0, 0.01);
+  std::filesystem::remove_all(run.workDir);
+  std::remove(clip.c_str());
+}
+
 // A short synthetic scene re-initialised from its ground truth every 10 frames: the library
 // must follow the bodies between re-initialisations. Measured: AUC about 0.9 on such scenes.
 TEST(EndToEnd, ShortSyntheticSceneMeetsTheMinimumAuc) {

@@ -36,6 +36,8 @@ class VideoSource : public FrameSource {
  public:
   VideoSource(cv::VideoCapture cap, std::string path) : cap_(std::move(cap)), path_(std::move(path)) {
     count_ = static_cast<int>(cap_.get(cv::CAP_PROP_FRAME_COUNT));
+    const double fps = cap_.get(cv::CAP_PROP_FPS);
+    if (fps > 0 && fps < 1000) fps_ = fps;
   }
   bool Next(Nv21Image* nv21, cv::Mat* bgr) override {
     cv::Mat frame;
@@ -47,11 +49,13 @@ class VideoSource : public FrameSource {
   }
   int Count() const override { return count_ > 0 ? count_ : 0; }
   std::string Describe() const override { return path_; }
+  double Fps() const override { return fps_; }
 
  private:
   cv::VideoCapture cap_;
   std::string path_;
   int count_ = 0;
+  double fps_ = 25;
 };
 
 class Nv21FileSource : public FrameSource {

@@ -32,6 +32,8 @@ class FrameSource {
   // Frame count when known, else 0.
   virtual int Count() const = 0;
   virtual std::string Describe() const = 0;
+  // Frames per second, for the annotated video.
+  virtual double Fps() const { return 30; }
   // Ground truth of the frame last returned, when the source has it.
   virtual const std::vector<TruthBox>* Truth() const { return nullptr; }
 };

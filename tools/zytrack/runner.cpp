@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <sys/stat.h>
 
@@ -29,41 +30,40 @@ cv::Scalar IdColour(int id) {
   return cv::Scalar(c[0], c[1], c[2]);
 }
 
-void Annotate(cv::Mat& bgr, const BodyInfo* bodies, int n, int frame) {
-  for (int i = 0; i < n; ++i) {
-    const BodyRoi& r = bodies[i].roi;
-    const cv::Scalar c = IdColour(bodies[i].bodyId);
+// Each box with its track id, in the track's colour.
+void Annotate(cv::Mat& bgr, const std::vector<std::pair<int, BodyRoi>>& shown, int frame) {
+  for (const auto& [track, r] : shown) {
+    const cv::Scalar c = IdColour(track);
     cv::rectangle(bgr, cv::Point(r.left, r.top), cv::Point(r.right, r.bottom), c, 2);
-    cv::putText(bgr, std::to_string(bodies[i].bodyId), cv::Point(r.left + 3, std::max(12, r.top - 4)),
-                cv::FONT_HERSHEY_SIMPLEX, 0.6, c, 2);
+    cv::putText(bgr, std::to_string(track), cv::Point(r.left + 3, std::max(12, r.top - 4)), cv::FONT_HERSHEY_SIMPLEX,
+                0.6, c, 2);
   }
   cv::putText(bgr, "frame " + std::to_string(frame), cv::Point(8, 22), cv::FONT_HERSHEY_SIMPLEX, 0.6,
               cv::Scalar(255, 255, 255), 2);
 }
 
-// A box of the caller's kind from a top-left box: the library takes width = right - left.
-BodyInfo ToBody(const Box& b, int classId, uint32_t extra, int width, int height) {
+// The caller's record for a box already inside the frame: inclusive corners, so the right
+// column is left + width - 1. `extra` carries the slot number plus one, so that an output entry
+// the library did not write (still zero) is recognised.
+BodyInfo ToBody(const Box& b, int classId, uint32_t extra) {
   BodyInfo bi{};
   bi.classId = classId;
-  const int l = std::clamp(static_cast<int>(std::lround(b.x)), 0, width - 1);
-  const int t = std::clamp(static_cast<int>(std::lround(b.y)), 0, height - 1);
-  const int r = std::clamp(static_cast<int>(std::lround(b.x + b.w)), 0, width - 1);
-  const int btm = std::clamp(static_cast<int>(std::lround(b.y + b.h)), 0, height - 1);
-  bi.roi = BodyRoi{l, t, r, btm};
+  const int l = static_cast<int>(std::lround(b.x)), t = static_cast<int>(std::lround(b.y));
+  bi.roi = BodyRoi{l, t, l + static_cast<int>(std::lround(b.w)) - 1, t + static_cast<int>(std::lround(b.h)) - 1};
   bi.extra = extra;
   return bi;
 }
 
 Box FromBody(const BodyInfo& b) {
   return Box{static_cast<float>(b.roi.left), static_cast<float>(b.roi.top),
-             static_cast<float>(b.roi.right - b.roi.left), static_cast<float>(b.roi.bottom - b.roi.top)};
+             static_cast<float>(b.roi.right - b.roi.left + 1), static_cast<float>(b.roi.bottom - b.roi.top + 1)};
 }
 
-// Clips a truth box to the frame (what a detector could report).
+// The part of a box inside the frame (what a detector could report); empty when none is.
 Box Visible(const Box& b, int width, int height) {
   const float x0 = std::max(0.f, b.x), y0 = std::max(0.f, b.y);
-  const float x1 = std::min(static_cast<float>(width - 1), b.x + b.w);
-  const float y1 = std::min(static_cast<float>(height - 1), b.y + b.h);
+  const float x1 = std::min(static_cast<float>(width), b.x + b.w);
+  const float y1 = std::min(static_cast<float>(height), b.y + b.h);
   return Box{x0, y0, std::max(0.f, x1 - x0), std::max(0.f, y1 - y0)};
 }
 
@@ -74,7 +74,36 @@ void DrawProgress(int done, int total) {
                width - filled, "", done, total);
 }
 
+// Smallest box side handed to the library: thinner boxes hold too little to learn from.
+constexpr float kMinSide = 4;
+
 }  // namespace
+
+volatile std::sig_atomic_t gStopRequested = 0;
+
+std::vector<int> TrackIds::Reinit(const std::vector<int>& libraryIds) {
+  std::map<int, int> count;
+  for (const int id : libraryIds) ++count[id];
+  std::map<int, int> now;
+  std::vector<int> tracks;
+  for (const int id : libraryIds) {
+    const bool usable = id >= 1 && id <= MAX_INPLACE_NUM && count[id] == 1;
+    int track = 0;
+    if (usable && last_.count(id) != 0) {
+      track = last_[id];  // the library carried this body over
+    } else if (usable && used_.count(id) == 0) {
+      track = id;  // first use of this id: keep the library's number
+    } else {
+      while (used_.count(next_) != 0) ++next_;
+      track = next_++;
+    }
+    used_.insert(track);
+    if (usable) now[id] = track;
+    tracks.push_back(track);
+  }
+  last_ = std::move(now);
+  return tracks;
+}
 
 Spread SpreadOf(std::vector<double> v) {
   Spread s;
@@ -148,6 +177,8 @@ bool RunTracking(FrameSource& source, const RunConfig& cfg, RunResult* result, s
   cv::Mat bgr;
   std::vector<BodyInfo> inBodies;     // the list of the last re-initialisation
   std::vector<int> truthOfSlot;       // ground-truth id of each slot, when known
+  std::vector<int> trackOfSlot;       // MOT track id of each slot (0: the library skipped it)
+  TrackIds trackIds;
   BodyInfo outBodies[MAX_INPLACE_NUM] = {};
   ParamIn in{};
   ParamOut out{};
@@ -179,8 +210,11 @@ bool RunTracking(FrameSource& source, const RunConfig& cfg, RunResult* result, s
       }
       for (const MotBox& m : boxes) {
         if (inBodies.size() == MAX_INPLACE_NUM) break;
-        inBodies.push_back(ToBody(Box{m.left, m.top, m.width, m.height}, 1,
-                                  static_cast<uint32_t>(inBodies.size()), nv21.width, nv21.height));
+        // The library skips a box it cannot take yet still counts it in its output: such boxes
+        // (outside the frame, or too thin once cut to it) are not handed over.
+        const Box v = Visible(Box{m.left, m.top, m.width, m.height}, nv21.width, nv21.height);
+        if (v.w < kMinSide || v.h < kMinSide) continue;
+        inBodies.push_back(ToBody(v, 1, static_cast<uint32_t>(inBodies.size()) + 1));
         truthOfSlot.push_back(m.id);
       }
     }
@@ -191,6 +225,12 @@ bool RunTracking(FrameSource& source, const RunConfig& cfg, RunResult* result, s
     in.bodies = inBodies.empty() ? outBodies : inBodies.data();  // any valid array when empty
     in.bodyNum = static_cast<int32_t>(inBodies.size());
     in.isFirstFrame = reinit ? 1 : 0;
+    std::memset(outBodies, 0, sizeof outBodies);
+    if (gStopRequested) {
+      DestroyKoTrackingAlgo(&handle);
+      *error = "interrupted";
+      return false;
+    }
     const auto t0 = std::chrono::steady_clock::now();
     const int rc = ProcessKoTrackingAlgo(handle, &in, &out);
     const auto t1 = std::chrono::steady_clock::now();
@@ -202,31 +242,53 @@ bool RunTracking(FrameSource& source, const RunConfig& cfg, RunResult* result, s
     const double ms = std::chrono::duration<double, std::milli>(t1 - t0).count();
     result->frameMs.push_back(ms);
     if (!reinit) result->trackingMs.push_back(ms);
+    // Entries the library wrote, by slot (its `extra` is the slot plus one; a cleared entry is 0).
     const int n = std::clamp(out.bodyNum, 0, static_cast<int>(MAX_INPLACE_NUM));
-    result->bodiesPerFrame.push_back(n);
-    for (int i = 0; i < n; ++i) {
-      const Box b = FromBody(outBodies[i]);
+    std::vector<std::pair<size_t, BodyInfo>> written;
+    for (int i = 0; i < n; ++i)
+      if (outBodies[i].extra >= 1 && outBodies[i].extra <= inBodies.size())
+        written.emplace_back(outBodies[i].extra - 1, outBodies[i]);
+    if (reinit) {
+      std::vector<int> libraryIds;
+      for (const auto& w : written) libraryIds.push_back(w.second.bodyId);
+      const std::vector<int> tracksNow = trackIds.Reinit(libraryIds);
+      trackOfSlot.assign(inBodies.size(), 0);
+      for (size_t k = 0; k < written.size(); ++k) trackOfSlot[written[k].first] = tracksNow[k];
+    }
+    std::vector<std::pair<int, BodyRoi>> shown;
+    for (const auto& [slot, body] : written) {
+      const int track = trackOfSlot[slot];
+      if (track == 0) continue;
+      const Box b = FromBody(body);
       MotBox m;
       m.frame = frameNo;
-      m.id = outBodies[i].bodyId;
+      m.id = track;
       m.left = b.x, m.top = b.y, m.width = b.w, m.height = b.h;
       m.confidence = 1;
       tracks << FormatMotLine(m) << '\n';
-      if (truth != nullptr && cfg.init == InitSource::kTruth && static_cast<size_t>(i) < truthOfSlot.size()) {
-        const int tid = truthOfSlot[static_cast<size_t>(i)];
+      shown.emplace_back(track, body.roi);
+      if (truth != nullptr && cfg.init == InitSource::kTruth && slot < truthOfSlot.size()) {
+        const int tid = truthOfSlot[slot];
         const Box tb = Visible((*truth)[static_cast<size_t>(tid - 1)].box, nv21.width, nv21.height);
         if (!reinit) result->score.Add(tb, b);  // re-initialisation frames return the input boxes
-        result->score.AddIdentity(tid, frameNo, outBodies[i].bodyId);
+        result->score.AddIdentity(tid, frameNo, track);
       }
     }
+    result->bodiesPerFrame.push_back(static_cast<int>(shown.size()));
     if (cfg.writeVideo || frameNo == cfg.snapshotFrame) {
-      Annotate(bgr, outBodies, n, frameNo);
+      Annotate(bgr, shown, frameNo);
       if (frameNo == cfg.snapshotFrame && !cfg.snapshotPath.empty()) cv::imwrite(cfg.snapshotPath, bgr);
     }
     if (cfg.writeVideo) {
       if (!video.isOpened() && pngDir.empty()) {
         result->videoPath = cfg.workDir + "/annotated.mp4";
-        video.open(result->videoPath, cv::VideoWriter::fourcc('m', 'p', '4', 'v'), 25.0, bgr.size());
+        // H.264 where OpenCV's ffmpeg has an encoder for it, MPEG-4 part 2 otherwise; at the
+        // source's own frame rate so the video plays at the footage's speed.
+        for (const char* fourcc : {"avc1", "mp4v"}) {
+          video.open(result->videoPath, cv::VideoWriter::fourcc(fourcc[0], fourcc[1], fourcc[2], fourcc[3]), source.Fps(),
+                     bgr.size());
+          if (video.isOpened()) break;
+        }
         if (!video.isOpened()) {  // no encoder in this OpenCV: PNG frames instead
           pngDir = cfg.workDir + "/frames";
           ::mkdir(pngDir.c_str(), 0755);

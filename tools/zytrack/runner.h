@@ -2,7 +2,9 @@
 // frames from detections, a detector or ground truth, track on its own in between.
 #pragma once
 
+#include <csignal>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -34,6 +36,24 @@ struct RunResult {
   std::string videoPath;           // annotated.mp4, or the PNG folder
   int width = 0, height = 0;
 };
+
+// MOT track ids from the library's body ids. The library hands a lost body's id out again later,
+// and with 30 bodies it can give none (0) or one id twice; a track id stands for one body over the
+// whole run, so such ids start new tracks (numbered from 31). Ids the library carries over from
+// the previous re-initialisation keep their track; a first use of an id keeps its number.
+class TrackIds {
+ public:
+  // The library ids of one re-initialisation frame's bodies; returns their track ids.
+  std::vector<int> Reinit(const std::vector<int>& libraryIds);
+
+ private:
+  std::map<int, int> last_;  // library id -> track id at the previous re-initialisation
+  std::set<int> used_;
+  int next_ = 31;
+};
+
+// Set (from a signal handler) to end a run early: RunTracking then fails with "interrupted".
+extern volatile std::sig_atomic_t gStopRequested;
 
 // Runs the whole source. False with a reason in *error when the library or an output fails.
 bool RunTracking(FrameSource& source, const RunConfig& cfg, RunResult* result, std::string* error);

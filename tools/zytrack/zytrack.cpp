@@ -11,6 +11,7 @@
 // written into a hidden folder inside DIR and moved into place only when the run succeeds.
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -29,10 +30,13 @@ namespace {
 
 const char* const kSampleVideo = "/usr/share/doc/opencv-doc/examples/data/vtest.avi";
 
+// Prints the reason; the exit status is 130 after Ctrl-C or a termination request, else 1.
 int Fail(const std::string& message) {
   std::fprintf(stderr, "zytrack: %s\n", message.c_str());
-  return 1;
+  return gStopRequested ? 130 : 1;
 }
+
+extern "C" void OnStopSignal(int) { gStopRequested = 1; }
 
 void Usage() {
   std::fprintf(stderr,
@@ -261,6 +265,9 @@ int main(int argc, char** argv) {
     Usage();
     return 0;
   }
+  // Ctrl-C ends the run between frames, so that the work folder is removed as on any failure.
+  std::signal(SIGINT, OnStopSignal);
+  std::signal(SIGTERM, OnStopSignal);
   Options o;
   std::string error;
   if (!ParseOptions(argc, argv, first, &o, &error)) {
