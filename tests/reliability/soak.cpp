@@ -35,7 +35,6 @@ constexpr bool kSanitized = false;
 constexpr bool kSanitized = false;
 #endif
 
-constexpr int kWarmupFrames = 1000;   // resident memory is measured from here on
 
 long ResidentKb() {
   long pages = 0, resident = 0;
@@ -108,6 +107,10 @@ int main(int argc, char** argv) {
   const auto quiet = [](const __android_logger_data*, const char*) {};
   __android_log_set_logger(quiet);  // the refused boxes and lost targets log errors by design
 
+  // Resident memory is measured from here on, once the allocator has seen a few handles of
+  // different frame sizes come and go.
+  // Runs shorter than 10,000 frames do not check it.
+  const long warmupFrames = frames < 10000 ? -1 : (frames / 10 < 10000 ? frames / 10 : 10000);
   TestRng rng(seed);
   Stats s;
   long rssWarm = -1;
@@ -126,7 +129,7 @@ int main(int argc, char** argv) {
     ++s.handles;
     int pendingReinit = 0;
     for (long f = 0; f < recreateEvery && s.frames < frames; ++f, ++s.frames) {
-      if (s.frames == kWarmupFrames) rssWarm = ResidentKb();
+      if (s.frames == warmupFrames) rssWarm = ResidentKb();
       if (reportEvery > 0 && s.frames > 0 && s.frames % reportEvery == 0) {
         std::printf("zy_soak: frame %ld, resident memory %ld kB\n", s.frames, ResidentKb());
         std::fflush(stdout);
