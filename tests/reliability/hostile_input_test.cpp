@@ -5,6 +5,7 @@
 
 #include <climits>
 #include <cstring>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -145,6 +146,28 @@ TEST(HostileInput, BoxesFarOutsideTheFrameComeBackInside) {
     ASSERT_EQ(c.out.bodyNum, n);
     EXPECT_TRUE(OutputInsideFrame(c)) << "frame " << frame;
     for (int i = 1; i < n; ++i) EXPECT_EQ(c.outBodies[i].extra, static_cast<uint32_t>(i));
+  }
+}
+
+// A tracker whose state has run off to infinity or NaN (a scale grown by 1.05 on every one of
+// some 1,800 frames would): every conversion of it to pixels saturates, nothing is read
+// outside the frame, and the boxes come back inside it.
+TEST(HostileInput, TrackerStateAtInfinityOrNaNStaysInsideTheFrame) {
+  const float inf = std::numeric_limits<float>::infinity();
+  const float nan = std::numeric_limits<float>::quiet_NaN();
+  const TrackerRoi states[] = {{inf, inf, inf, inf}, {-inf, -inf, inf, inf}, {nan, nan, nan, nan},
+                               {3e38f, -3e38f, 3e38f, 3e38f}, {10, 10, -inf, nan}};
+  SceneCaller c(kW, kH, kW, 9);
+  ASSERT_EQ(c.Open(), 0);
+  AddTwoBodies(c);
+  ASSERT_EQ(c.Reinit(), 0);
+  for (const TrackerRoi& r : states) {
+    for (TrackingInp* t : {c.handle->koTrackingInp[0], c.handle->koTrackingInp[1]}) {
+      t->roi = t->lastRoi = r;
+    }
+    c.handle->koTrackingInp[1]->scale = r.x == r.x ? 1e30f : nan;
+    ASSERT_EQ(c.Track(), 0);
+    EXPECT_TRUE(OutputInsideFrame(c));
   }
 }
 
