@@ -1,5 +1,6 @@
 #include "frames.h"
 
+#include <opencv2/core/utils/logger.hpp>
 #include <opencv2/imgproc.hpp>
 
 #include <cstring>
@@ -114,7 +115,13 @@ std::unique_ptr<FrameSource> OpenVideo(const std::string& path, std::string* err
     *error = path + ": cannot be read";
     return nullptr;
   }
-  cv::VideoCapture cap(path);
+  // Backends that do not take the file log errors of their own while OpenCV tries them in turn;
+  // the reason given below is the one that counts. Its ffmpeg backend goes first.
+  const auto level = cv::utils::logging::getLogLevel();
+  cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT);
+  cv::VideoCapture cap;
+  if (!cap.open(path, cv::CAP_FFMPEG)) cap.open(path, cv::CAP_ANY);
+  cv::utils::logging::setLogLevel(level);
   if (!cap.isOpened()) {
     *error = path + ": not a video this build can decode";
     return nullptr;
