@@ -27,34 +27,30 @@ struct TestFrame {
   uint32_t w, h;
   std::vector<uint8_t> px;
   TestFrame(uint32_t width, uint32_t height, uint32_t seed)
-      : w(width),
-        h(height),
-        px(static_cast<size_t>(width) * height + static_cast<size_t>(width) * (height / 2)) {
+      : w(width), h(height), px(size_t{width} * height + size_t{width} * (height / 2)) {
     TestRng rng(seed);
     for (auto& p : px) p = static_cast<uint8_t>(rng.Next());
   }
   int At(int64_t i) const { return i >= 0 && i < static_cast<int64_t>(px.size()) ? px[i] : 0; }
-  // What the three-channel crop gives for the 2x2 luma block at frame (x, y), x and the
-  // crop's top even, with the chroma rows y / 2 and y / 2 + 1.
-  Rgb Colour(int x, int y, bool wide) const {
-    const int64_t l0 = int64_t{y} * w + x, l1 = l0 + w;
-    const int64_t c0 = int64_t{w} * h + int64_t{y / 2} * w + x, c1 = c0 + w;
-    const uint8_t ya = Avg2(Avg2(At(l0), At(l0 + 1)), Avg2(At(l1), At(l1 + 1)));
-    const uint8_t va = Avg2(Avg2(At(c0), At(c0 + 2)), Avg2(At(c1), At(c1 + 2)));
-    const uint8_t ua = Avg2(Avg2(At(c0 + 1), At(c0 + 3)), Avg2(At(c1 + 1), At(c1 + 3)));
-    Rgb o;
-    (wide ? YuvToRgbWide : YuvToRgbOne)(ya, ua, va, o.data());
-    return o;
-  }
-  // The one-channel crop's 2x2 luma average at frame (x, y), any x.
+  // The one-channel crop's 2x2 luma average at frame (x, y), pairs first.
   uint8_t Grey(int x, int y) const {
     const int64_t l0 = int64_t{y} * w + x, l1 = l0 + w;
     return Avg2(Avg2(At(l0), At(l0 + 1)), Avg2(At(l1), At(l1 + 1)));
   }
+  // The three-channel crop's pixel for the 2x2 block at frame (x, y), x and the crop's top
+  // even, chroma rows y / 2 and y / 2 + 1; the eight-wide form when `wide`.
+  Rgb Colour(int x, int y, bool wide) const {
+    const int64_t c0 = int64_t{w} * h + int64_t{y / 2} * w + x, c1 = c0 + w;
+    const uint8_t va = Avg2(Avg2(At(c0), At(c0 + 2)), Avg2(At(c1), At(c1 + 2)));
+    const uint8_t ua = Avg2(Avg2(At(c0 + 1), At(c0 + 3)), Avg2(At(c1 + 1), At(c1 + 3)));
+    Rgb o;
+    (wide ? YuvToRgbWide : YuvToRgbOne)(Grey(x, y), ua, va, o.data());
+    return o;
+  }
 };
 
 struct Crop {
-  int outW, outH, channels;
+  int outW, outH;
   std::vector<uint8_t> px;
   uint32_t result;
   Rgb At(int r, int c) const {
@@ -65,8 +61,7 @@ struct Crop {
 
 Crop CropWith(KernelChoice choice, const TestFrame& f, std::array<float, 4> roi, int outW, int outH,
               int channels) {
-  Crop c{outW, outH, channels,
-         std::vector<uint8_t>(static_cast<size_t>(outW) * outH * channels, 0xAB), 0};
+  Crop c{outW, outH, std::vector<uint8_t>(static_cast<size_t>(outW) * outH * channels, 0xAB), 0};
   c.result = CropResizeYuv2rgbAccWith(choice, f.px.data(), f.w, f.h, c.px.data(), roi.data(), outW,
                                       static_cast<uint32_t>(outH), static_cast<uint32_t>(channels));
   return c;
@@ -93,30 +88,11 @@ void ExpectColour(const Crop& c, const std::function<bool(int, int, Rgb*)>& want
   }
 }
 
-void ExpectGrey(const Crop& c, const std::function<bool(int, int, uint8_t*)>& want) {
-  for (int r = 0; r < c.outH; ++r) {
-    for (int k = 0; k < c.outW; ++k) {
-      uint8_t e = 0;
-      want(r, k, &e);
-      ASSERT_EQ(c.px[static_cast<size_t>(r) * c.outW + k], e) << "row " << r << " column " << k;
-    }
-  }
-}
-
-TEST(CropResize, InsideFrameScaleOneAndScaled) {
+TEST(CropResize, ScaledWindowIsFloorMapped) {
   const TestFrame f(64, 48, 1);
-  // Scale 1: crop rows and columns 0..22 are used (the 2x2 block needs the next one), entry k
-  // reads even offset k & ~1; entries 0-15 are two groups of eight, 16-22 one at a time.
-  Crop c = CropOf(f, {8.f, 6.f, 24.f, 24.f}, 24, 24, 3);
-  EXPECT_EQ(c.result, 0u);
-  ExpectColour(c, [&](int r, int k, Rgb* e) {
-    if (r > 22 || k > 22) return false;
-    *e = f.Colour(8 + (k & ~1), 6 + r, k < 16);
-    return true;
-  });
   // Scale 36 / 24 = 1.5 on both axes (the height does not enter it, it only ends the rows:
   // crop rows 0..8 usable), floor-mapped: 24 entries, all in groups of eight.
-  c = CropOf(f, {8.9f, 6.2f, 36.7f, 10.f}, 24, 24, 3);
+  const Crop c = CropOf(f, {8.9f, 6.2f, 36.7f, 10.f}, 24, 24, 3);
   EXPECT_EQ(c.result, 0u);
   ExpectColour(c, [&](int r, int k, Rgb* e) {
     if (std::floor(r * 1.5f) > 8) return false;
@@ -124,19 +100,16 @@ TEST(CropResize, InsideFrameScaleOneAndScaled) {
                   6 + static_cast<int>(std::floor(r * 1.5f)), true);
     return true;
   });
-  EXPECT_EQ(c.At(1, 2), f.Colour(8 + 2, 6 + 1, true));  // column 2 -> 3 -> offset 2; row 1 -> 1
 }
 
 TEST(CropResize, FormChosenByPositionInRow) {
   // Luma 255, U 250: B is 0 in the eight-wide form and 255 in the one-at-a-time form.
   TestFrame f(64, 32, 0);
-  for (size_t i = 0; i < f.px.size(); ++i) {
-    f.px[i] = i < 64 * 32 ? 255 : ((i & 1) ? 250 : 128);
-  }
+  for (size_t i = 0; i < f.px.size(); ++i) f.px[i] = i < 64 * 32 ? 255 : ((i & 1) ? 250 : 128);
   for (int width : {8, 9, 24}) {
     // Entries: 7 (all one at a time), 8 (one group), 23 (two groups and 7 more).
-    const Crop c = CropOf(f, {2.f, 2.f, static_cast<float>(width), static_cast<float>(width)},
-                          width, width, 3);
+    const auto side = static_cast<float>(width);
+    const Crop c = CropOf(f, {2.f, 2.f, side, side}, width, width, 3);
     const int entries = width - 1, grouped = entries / 8 * 8;
     for (int k = 0; k < width; ++k) {
       const Rgb want =
@@ -146,73 +119,45 @@ TEST(CropResize, FormChosenByPositionInRow) {
   }
 }
 
-TEST(CropResize, WindowPastLeftAndTop) {
-  const TestFrame f(32, 24, 2);
-  // X = -6, Y = -4: crop columns 6.. and rows 4.. lie in the frame. Three channels pack the
-  // used columns from output column 0; one channel writes them in place from column 6.
-  const Crop c3 = CropOf(f, {-6.f, -4.f, 16.f, 16.f}, 16, 16, 3);
-  ExpectColour(c3, [&](int r, int k, Rgb* e) {
-    if (r < 4 || r > 14 || k > 8) return false;  // 9 used columns: 6..14
-    *e = f.Colour(k & ~1, r - 4, k < 8);
-    return true;
-  });
-  const Crop c1 = CropOf(f, {-6.f, -4.f, 16.f, 16.f}, 16, 16, 1);
-  ExpectGrey(c1, [&](int r, int k, uint8_t* e) {
-    if (r < 4 || r > 14 || k < 6 || k > 14) return false;
-    *e = f.Grey(k - 6, r - 4);  // no even alignment in place
-    return true;
-  });
-}
-
-TEST(CropResize, WindowPastRightAndBottomDropsFourRows) {
-  const TestFrame f(32, 24, 3);
-  // X + W = 36 > 32: crop columns 0..11 exist, 0..10 usable. Y + H = 30 reaches the last
-  // frame row: crop rows 0..9 exist; one channel uses 0..8, three channels lose four more.
-  const Crop c3 = CropOf(f, {20.f, 14.f, 16.f, 16.f}, 16, 16, 3);
-  ExpectColour(c3, [&](int r, int k, Rgb* e) {
-    if (r > 4 || k > 10) return false;
-    *e = f.Colour(20 + (k & ~1), 14 + r, k < 8);
-    return true;
-  });
-  const Crop c1 = CropOf(f, {20.f, 14.f, 16.f, 16.f}, 16, 16, 1);
-  ExpectGrey(c1, [&](int r, int k, uint8_t* e) {
-    if (r > 8 || k > 10) return false;
-    *e = f.Grey(20 + k, 14 + r);
-    return true;
-  });
-  // A bottom one row short of the frame keeps every row; the chroma quad of the last entry
-  // runs two bytes past the frame's end, which read as 0.
-  const Crop edge = CropOf(f, {16.f, 8.f, 16.f, 15.f}, 16, 16, 3);
-  ExpectColour(edge, [&](int r, int k, Rgb* e) {
-    if (r > 13 || k > 14) return false;
-    *e = f.Colour(16 + (k & ~1), 8 + r, k < 8);
-    return true;
-  });
-}
-
-TEST(CropResize, OddLeftAndTopReadOnePixelEarlier) {
-  const TestFrame f(40, 30, 4);
-  const Crop odd = CropOf(f, {5.f, 3.f, 16.f, 16.f}, 16, 16, 3);
-  ExpectColour(odd, [&](int r, int k, Rgb* e) {
-    if (r > 14 || k > 14) return false;
-    *e = f.Colour(4 + (k & ~1), 2 + r, k < 8);
-    return true;
-  });
-  const Crop grey = CropOf(f, {5.f, 3.f, 16.f, 16.f}, 16, 16, 1);
-  ExpectGrey(grey, [&](int r, int k, uint8_t* e) {
-    if (r > 14 || k > 14) return false;
-    *e = f.Grey(4 + k, 2 + r);
-    return true;
-  });
-}
-
-TEST(CropResize, OtherChannelCountsWriteOneGreyPlane) {
-  const TestFrame f(32, 24, 5);
-  const Crop c = CropOf(f, {4.f, 4.f, 8.f, 8.f}, 8, 8, 2);
-  EXPECT_EQ(c.result, 0u);
-  for (int i = 0; i < 64; ++i) {
-    EXPECT_EQ(c.px[i], (i / 8 < 7 && i % 8 < 7) ? f.Grey(4 + i % 8, 4 + i / 8) : 0) << i;
-    EXPECT_EQ(c.px[64 + i], 0) << "second plane cleared, not written";
+TEST(CropResize, WindowsPastTheEdgesAndOddCorners) {
+  // 16 x 16 at scale 1. Output (r, k) for rows r0..r1 comes from frame row fy + r - r0: three
+  // channels pack the used columns from output column 0 (frame column fx + (k & ~1), entries
+  // 0-7 eight-wide) up to k1; one channel writes columns gk0..gk1 in place from frame column
+  // fx with no even alignment, rows up to g1 (g1 < 0: not checked). All else is 0.
+  const TestFrame f32(32, 24, 2), f40(40, 30, 4);
+  struct Case {
+    const TestFrame* f;
+    std::array<float, 4> roi;
+    int fx, fy, r0, r1, k1, g1, gk0, gk1;
+  };
+  const Case cases[] = {
+      // Past left and top: crop columns 6.. and rows 4.. lie in the frame, 9 columns used.
+      {&f32, {-6.f, -4.f, 16.f, 16.f}, 0, 0, 4, 14, 8, 14, 6, 14},
+      // Past right (columns 0..10 usable) and reaching the last row: one channel uses rows
+      // 0..8, three channels lose four more.
+      {&f32, {20.f, 14.f, 16.f, 16.f}, 20, 14, 0, 4, 10, 8, 0, 10},
+      // A bottom one row short of the frame keeps every row; the last entry's chroma quad
+      // runs two bytes past the frame's end, which read as 0.
+      {&f32, {16.f, 8.f, 16.f, 15.f}, 16, 8, 0, 13, 14, -1, 0, 0},
+      // Odd left and top read one pixel earlier.
+      {&f40, {5.f, 3.f, 16.f, 16.f}, 4, 2, 0, 14, 14, 14, 0, 14},
+  };
+  for (const Case& c : cases) {
+    const Crop c3 = CropOf(*c.f, c.roi, 16, 16, 3), c1 = CropOf(*c.f, c.roi, 16, 16, 1);
+    for (int r = 0; r < 16; ++r) {
+      for (int k = 0; k < 16; ++k) {
+        Rgb colour{0, 0, 0};
+        if (r >= c.r0 && r <= c.r1 && k <= c.k1)
+          colour = c.f->Colour(c.fx + (k & ~1), c.fy + r - c.r0, k < 8);
+        ASSERT_EQ(c3.At(r, k), colour)
+            << "roi " << c.roi[0] << "," << c.roi[1] << " row " << r << " column " << k;
+        if (c.g1 < 0) continue;
+        const bool grey = r >= c.r0 && r <= c.g1 && k >= c.gk0 && k <= c.gk1;
+        ASSERT_EQ(c1.px[static_cast<size_t>(r) * 16 + k],
+                  grey ? c.f->Grey(c.fx + k - c.gk0, c.fy + r - c.r0) : 0)
+            << "roi " << c.roi[0] << "," << c.roi[1] << " grey row " << r << " column " << k;
+      }
+    }
   }
 }
 
@@ -221,104 +166,51 @@ TEST(CropResize, IndexCheckAndItsMessages) {
   // crop's last used row (30) takes chroma row 16, past the end: its groups of eight test
   // c1 + o <= 1582, so offsets up to 14 pass (reading zeros) and the third group fails.
   const TestFrame f(32, 33, 6);
-  {
-    LogCapture log;
-    const Crop c = CropOf(f, {0.f, 0.f, 32.f, 32.f}, 32, 32, 3);
-    EXPECT_EQ(c.result, 9u);
-    EXPECT_EQ(log.Count("Index out of yuv range!", ANDROID_LOG_ERROR), 2);  // once per kernel set
-    EXPECT_TRUE(log.Has("CropResizeYuv2rgbAcc: ProcThreeChannelData failed!", ANDROID_LOG_ERROR));
-    ExpectColour(c, [&](int r, int k, Rgb* e) {
-      if (r > 30 || k > 30 || (r == 30 && k >= 16)) return false;  // earlier rows stay written
-      *e = f.Colour(k & ~1, r, k < 24);
-      return true;
-    });
-  }
-  {
-    // Entries after the last group are checked on luma only: 23 entries, offsets 16..22
-    // one at a time in row 22 (chroma row 16) pass.
-    LogCapture log;
-    const Crop c = CropOf(f, {0.f, 8.f, 24.f, 24.f}, 24, 24, 3);
-    EXPECT_EQ(c.result, 0u);
-    EXPECT_EQ(log.Lines().size(), 0u);
-    EXPECT_EQ(c.At(22, 20), f.Colour(20, 30, false));
-    // The one-channel path has no check at all.
-    EXPECT_EQ(CropOf(f, {0.f, 0.f, 32.f, 32.f}, 32, 32, 1).result, 0u);
-  }
-  {
-    // Called directly with a window below the luma plane: y0 = 12 * 16 > 16 * 8 * 3 / 2 - 2.
-    const TestFrame small(16, 8, 7);
-    const int32_t imageRect[4] = {0, 12, 16, 20};
-    const int32_t validRect[4] = {0, 0, 16, 8};
-    std::vector<uint8_t> dst(8 * 8 * 3, 0);
-    LogCapture log;
-    EXPECT_EQ(
-        ProcThreeChannelData(small.px.data(), 16, 8, dst.data(), 8, 8, imageRect, validRect, 1.f),
-        9u);
-    EXPECT_TRUE(log.Has("Index out of yuv range!", ANDROID_LOG_ERROR));
-  }
-}
-
-TEST(CropResize, BadArguments) {
-  const TestFrame f(32, 24, 8);
-  const float roi[4] = {0.f, 0.f, 8.f, 8.f};
-  std::vector<uint8_t> dst(8 * 8 * 3, 0xAB);
-  EXPECT_EQ(CropResizeYuv2rgbAcc(f.px.data(), 32, 24, dst.data(), roi, 0, 8, 3), 9u);
-  EXPECT_EQ(dst[0], 0xAB);  // untouched
   LogCapture log;
-  EXPECT_EQ(CropResizeYuv2rgbAcc(f.px.data(), 32, 24, nullptr, roi, 8, 8, 3), 9u);
-  EXPECT_TRUE(log.Has("ProcThreeChannelData: invalid input!", ANDROID_LOG_ERROR));
+  const Crop c = CropOf(f, {0.f, 0.f, 32.f, 32.f}, 32, 32, 3);
+  EXPECT_EQ(c.result, 9u);
+  EXPECT_EQ(log.Count("Index out of yuv range!", ANDROID_LOG_ERROR), 2);  // once per kernel set
   EXPECT_TRUE(log.Has("CropResizeYuv2rgbAcc: ProcThreeChannelData failed!", ANDROID_LOG_ERROR));
+  ExpectColour(c, [&](int r, int k, Rgb* e) {
+    if (r > 30 || k > 30 || (r == 30 && k >= 16)) return false;  // earlier rows stay written
+    *e = f.Colour(k & ~1, r, k < 24);
+    return true;
+  });
+  // Entries after the last group are checked on luma only: 23 entries, offsets 16..22 one at
+  // a time in row 22 (chroma row 16) pass. The one-channel path has no check at all.
   log.Clear();
-  EXPECT_EQ(CropResizeYuv2rgbAcc(nullptr, 32, 24, dst.data(), roi, 8, 8, 1), 0u);  // grey: no check
-  EXPECT_EQ(dst[0], 0);                                                            // cleared only
+  const Crop tail = CropOf(f, {0.f, 8.f, 24.f, 24.f}, 24, 24, 3);
+  EXPECT_EQ(tail.result, 0u);
   EXPECT_EQ(log.Lines().size(), 0u);
+  EXPECT_EQ(tail.At(22, 20), f.Colour(20, 30, false));
+  EXPECT_EQ(CropOf(f, {0.f, 0.f, 32.f, 32.f}, 32, 32, 1).result, 0u);
 }
 
-TEST(CropResize, ColumnListNeedsNoHeapAtTrackerSize) {
-  const TestFrame f(320, 240, 9);
-  std::vector<uint8_t> dst(300 * 300 * 3);
+TEST(CropResize, BadArgumentsAndAFailedColumnList) {
+  const TestFrame f(320, 240, 8);
   const float roi[4] = {10.f, 10.f, 200.f, 200.f};
-  const long before = zy::AllocationCount();
-  EXPECT_EQ(CropResizeYuv2rgbAcc(f.px.data(), 320, 240, dst.data(), roi, 72, 72, 3), 0u);
-  EXPECT_EQ(zy::AllocationCount(), before);
-  // A list longer than the stack buffer is allocated; when that fails the crop fails.
-  zy::FailNthAllocation(1);
+  std::vector<uint8_t> dst(300 * 300 * 3, 0xAB);
   LogCapture log;
+  EXPECT_EQ(CropResizeYuv2rgbAcc(f.px.data(), 320, 240, dst.data(), roi, 0, 8, 3), 9u);
+  EXPECT_EQ(dst[0], 0xAB);  // untouched
+  EXPECT_EQ(CropResizeYuv2rgbAcc(f.px.data(), 320, 240, nullptr, roi, 8, 8, 3), 9u);
+  EXPECT_TRUE(log.Has("ProcThreeChannelData: invalid input!", ANDROID_LOG_ERROR));
+  EXPECT_EQ(CropResizeYuv2rgbAcc(nullptr, 320, 240, dst.data(), roi, 8, 8, 1), 0u);  // no check
+  EXPECT_EQ(dst[0], 0);  // cleared only
+  // A column list longer than the stack buffer is allocated; when that fails the crop fails.
+  zy::FailNthAllocation(1);
   EXPECT_EQ(CropResizeYuv2rgbAcc(f.px.data(), 320, 240, dst.data(), roi, 300, 300, 3), 9u);
   zy::FailNthAllocation(0);
-  EXPECT_TRUE(log.Has("CropResizeYuv2rgbAcc: ProcThreeChannelData failed!", ANDROID_LOG_ERROR));
   EXPECT_EQ(CropResizeYuv2rgbAcc(f.px.data(), 320, 240, dst.data(), roi, 300, 300, 3), 0u);
-}
-
-TEST(CropResize, ExtremeWindowsStayInsideTheFrame) {
-  // Windows no caller should pass: every conversion saturates and every frame index is
-  // checked, so these only have to finish with 0 or 9 and read nothing outside the frame.
-  const TestFrame f(48, 33, 14);
-  const float nan = std::nanf(""), inf = INFINITY;
-  const float values[] = {nan,          inf,           -inf,  3e9f, -3e9f,
-                          2147483520.f, -2147483648.f, -40.f, 47.f, 1e-30f};
-  LogCapture log;  // keeps the expected error lines off the console
-  for (float x : values) {
-    for (float w : values) {
-      for (int outW : {1, 9, 72}) {
-        const Crop c = CropOf(f, {x, w, w, x}, outW, 9, 3);
-        EXPECT_TRUE(c.result == 0 || c.result == 9);
-        EXPECT_EQ(CropOf(f, {w, x, x, w}, outW, 9, 1).result, 0u);
-      }
-    }
-  }
 }
 
 TEST(CropResize, FastRowsEqualReferenceOnWholeCrops) {
   // Random windows: inside, past every edge, odd corners, scales around 1, widths that leave
   // every tail length, even and odd frame heights.
   TestRng rng(11);
-  const TestFrame frames[] = {TestFrame(96, 64, 12), TestFrame(90, 61, 13)};
-  int compared = 0;
-  for (const TestFrame& f : frames) {
+  for (const TestFrame& f : {TestFrame(96, 64, 12), TestFrame(90, 61, 13)}) {
     for (int n = 0; n < 400; ++n) {
-      const int outW = rng.Uniform(1, 40);
-      const int outH = rng.Uniform(1, 40);
+      const int outW = rng.Uniform(1, 40), outH = rng.Uniform(1, 40);
       const float w =
           static_cast<float>(outW) * (0.5f + static_cast<float>(rng.Uniform(0, 100)) / 50.f);
       const std::array<float, 4> roi = {static_cast<float>(rng.Uniform(-30, 100)) + 0.5f,
@@ -329,10 +221,8 @@ TEST(CropResize, FastRowsEqualReferenceOnWholeCrops) {
       ASSERT_EQ(ref.result, fast.result);
       ASSERT_EQ(ref.px, fast.px) << "roi " << roi[0] << "," << roi[1] << "," << roi[2] << " out "
                                  << outW << "x" << outH;
-      ++compared;
     }
   }
-  EXPECT_EQ(compared, 800);
 }
 
 }  // namespace
