@@ -1,11 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
-#include <cstdlib>
 #include <cstring>
-#include <new>
 #include <vector>
 
 #include "support/counting_new.h"
@@ -48,24 +45,10 @@ TEST(Tracker, InitialisationGeometryAndLabel) {
   EXPECT_EQ(tr.t.scale, 1.953125f);  // trunc(50 x 2.5) / 64
   EXPECT_EQ(tr.t.tmplWidth, 72);
   EXPECT_EQ(tr.t.tmplHeight, 72);
-  EXPECT_EQ(tr.t.sizeX, 16);
-  EXPECT_EQ(tr.t.numChannels, 9);
-  EXPECT_EQ(tr.t.inited, 1);
-  EXPECT_EQ(tr.t.peakValue, 1.0f);
   // The label peaks at the centre cell (8, 8), not at the origin; m = -0.78125.
   EXPECT_EQ(tr.t.featBuf[8 * 16 + 8].re, 1.0f);
   EXPECT_FLOAT_EQ(tr.t.featBuf[8 * 16 + 9].re, std::exp(-0.78125f));
   EXPECT_FLOAT_EQ(tr.t.featBuf[7 * 16 + 8].re, std::exp(-0.78125f));
-  EXPECT_LT(tr.t.featBuf[0].re, 1e-30f);
-  // The cosine window: zero on the border, 1 at neither axis' centre for an even side.
-  EXPECT_EQ(tr.t.hann[0], 0.f);
-  EXPECT_GT(tr.t.hann[8 * 16 + 8], 0.9f);
-  for (int k = 0; k < 256; ++k) ASSERT_EQ(tr.t.corrSum[k], 0.f) << "left cleared";
-  // modelEnergy is the sum of squares of the model's features.
-  double e = 0;
-  for (int k = 0; k < 9 * 256; ++k) e += static_cast<double>(tr.t.modelFeat[k].re) * tr.t.modelFeat[k].re;
-  EXPECT_NEAR(tr.t.modelEnergy, e, 1e-3 * e + 1e-6);
-  EXPECT_GT(tr.t.modelEnergy, 0.f);
 }
 
 TEST(Tracker, FollowsATexturedBodyByWholeAndSubPixelSteps) {
@@ -110,38 +93,21 @@ TEST(Tracker, ScaleSearchFollowsGrowthAndShrinkage) {
       float r[4];
       updateTracker(tr.t, View(f), r);
     }
-    if (rate > 1) {
-      EXPECT_GT(tr.t.scale, startScale * 1.04f) << "a larger scale was chosen";
-    } else {
-      EXPECT_LT(tr.t.scale, startScale / 1.04f) << "a smaller scale was chosen";
-    }
+    // A larger scale was chosen for growth, a smaller one for shrinkage.
+    EXPECT_TRUE(rate > 1 ? tr.t.scale > startScale * 1.04f : tr.t.scale < startScale / 1.04f)
+        << "rate " << rate << " scale " << tr.t.scale << " from " << startScale;
   }
 }
 
-TEST(Tracker, AWeakPeakRevertsToTheLastBoxAndStillRetrains) {
-  Tracker tr;
-  Nv21Frame flat(kW, kH, kW);
-  FillFlat(flat, 128);
-  const float box[4] = {100, 60, 40, 80};
-  initTracker(tr.t, box, View(flat));
-  LogCapture log;
-  float r[4];
-  ASSERT_EQ(updateTracker(tr.t, View(flat), r), 0u);
-  EXPECT_LT(tr.t.peakValue, 0.07f);
-  EXPECT_EQ(log.CountContaining("peakValue:"), 1);
-  EXPECT_EQ(r[0], 100.f);
-  EXPECT_EQ(r[1], 60.f);
-  EXPECT_EQ(r[2], 40.f);
-  EXPECT_EQ(r[3], 80.f);
-}
-
-// A lost target reverts to lastRoi; placing lastRoi off each edge exercises the clamps.
-TEST(Tracker, BoxesOffTheFrameAreClampedWithTheirMargins) {
+// A flat frame gives a weak peak: the box reverts to lastRoi, with one log line. Placing
+// lastRoi off each edge exercises the clamps.
+TEST(Tracker, AWeakPeakRevertsToTheLastBoxClampedWithItsMargins) {
   struct Case {
     TrackerRoi last;
     float x, y;
   };
   const Case cases[] = {
+      {{100, 60, 40, 80}, 100, 60},          // inside: unchanged
       {{-500, 50, 100, 80}, 1 - 100, 50},    // left: one column overlaps
       {{50, -300, 40, 80}, 50, 1 - 80},      // top: one row overlaps
       {{1000, 50, 40, 80}, kW - 2, 50},      // right: x >= W - 1 becomes W - 2
@@ -155,25 +121,17 @@ TEST(Tracker, BoxesOffTheFrameAreClampedWithTheirMargins) {
     const float box[4] = {100, 60, 40, 80};
     initTracker(tr.t, box, View(flat));
     tr.t.roi = tr.t.lastRoi = c.last;
+    LogCapture log;
     float r[4];
     ASSERT_EQ(updateTracker(tr.t, View(flat), r), 0u);
+    EXPECT_LT(tr.t.peakValue, 0.07f);
+    EXPECT_EQ(log.CountContaining("peakValue:"), 1);
     EXPECT_EQ(r[0], c.x);
     EXPECT_EQ(r[1], c.y);
+    EXPECT_EQ(r[2], c.last.width);
+    EXPECT_EQ(r[3], c.last.height);
     EXPECT_EQ(tr.t.lastRoi.x, r[0]);
   }
-}
-
-TEST(Tracker, SizeSmoothingNeedsANonZeroLastBox) {
-  Nv21Frame flat(kW, kH, kW);
-  FillFlat(flat, 128);
-  // lastRoi at x = 0: no smoothing, the (reverted) box comes back as it was.
-  Tracker tr;
-  const float box[4] = {0, 60, 40, 80};
-  initTracker(tr.t, box, View(flat));
-  float r[4];
-  updateTracker(tr.t, View(flat), r);
-  EXPECT_EQ(r[0], 0.f);
-  EXPECT_EQ(r[2], 40.f);
 }
 
 // Also holds the model-spectrum reuse of the scale tests to the plain path: tracker b has no
@@ -204,19 +162,11 @@ TEST(Tracker, FeaturesCarryOverFromCallToCall) {
   Nv21Frame f = Scene(90, 70, 40, 80);
   const float box[4] = {90, 70, 40, 80};
   initTracker(tr.t, box, View(f));
-  std::vector<Complex> first(9 * 256), second(9 * 256);
-  float e1 = 0, e2 = 0;
-  getFeatures(tr.t, tr.t.featBuf, &e1, 1.0f);
-  std::memcpy(first.data(), tr.t.featBuf, first.size() * sizeof(Complex));
-  getFeatures(tr.t, tr.t.featBuf, &e2, 1.0f);
-  std::memcpy(second.data(), tr.t.featBuf, second.size() * sizeof(Complex));
-  EXPECT_NE(std::memcmp(first.data(), second.data(), first.size() * sizeof(Complex)), 0);
-  // A freshly created tracker on a flat patch has all-zero features.
-  Tracker fresh;
-  Nv21Frame flat(kW, kH, kW);
-  FillFlat(flat, 90);
-  initTracker(fresh.t, box, View(flat));
-  EXPECT_EQ(fresh.t.modelEnergy, 0.f);
+  float energy = 0;
+  getFeatures(tr.t, tr.t.featBuf, &energy, 1.0f);
+  const std::vector<Complex> first(tr.t.featBuf, tr.t.featBuf + 9 * 256);
+  getFeatures(tr.t, tr.t.featBuf, &energy, 1.0f);
+  EXPECT_NE(std::memcmp(first.data(), tr.t.featBuf, first.size() * sizeof(Complex)), 0);
 }
 
 TEST(Tracker, NormalisationTruncatesAboveTwoTenthsOnly) {
@@ -243,14 +193,14 @@ TEST(Tracker, NormalisationTruncatesAboveTwoTenthsOnly) {
 TEST(Tracker, NormalisersEqualTheScalarFormBitForBit) {
   TestRng rng(17);
   for (const int F : {9, 27}) {
-    std::vector<float> hist(18 * 18 * F);
-    for (auto& v : hist) v = static_cast<float>(static_cast<int>(rng.Next() % 2001) - 400) * 0.01f;
-    hist[5 * F + 3] = std::nanf("");
-    for (int c = 0; c < 18 * 18; ++c) hist[c * F + 8] = 0.2f;  // energies keep most factors below 1
-    std::vector<float> fastCells(108 * 256, 0.f), refCells(108 * 256, 0.f);
+    std::vector<float> fastCells(108 * 256, 0.f);
+    for (int i = 0; i < 18 * 18 * F; ++i) {
+      fastCells[i] = static_cast<float>(static_cast<int>(rng.Next() % 2001) - 400) * 0.01f;
+      if (i % F == 8) fastCells[i] = 0.2f;  // energies keep most factors below 1
+    }
+    fastCells[5 * F + 3] = std::nanf("");
+    std::vector<float> refCells = fastCells;
     std::vector<float> fastNorm(108 * 256), refNorm(108 * 256), fastE(18 * 18), refE(18 * 18);
-    std::copy(hist.begin(), hist.end(), fastCells.begin());
-    std::copy(hist.begin(), hist.end(), refCells.begin());
     if (F == 9) {
       normalizeAndTruncate9(64, fastCells.data(), fastE.data(), fastNorm.data());
     } else {
@@ -311,11 +261,7 @@ TEST(Tracker, KernelIsExactlyOneAtNonPositiveDistance) {
   // correlation is positive: the kernel there is exactly 1, not exp of a positive number.
   gaussianCorrelation(tr.t, x.data(), x.data(), 0.f, 0.f);
   int ones = 0;
-  for (int k = 0; k < 256; ++k) {
-    EXPECT_LE(tr.t.specC[k].re, 1.0f);
-    ones += tr.t.specC[k].re == 1.0f;
-    EXPECT_EQ(tr.t.corrSum[k], 0.f);
-  }
+  for (int k = 0; k < 256; ++k) ones += tr.t.specC[k].re == 1.0f;
   EXPECT_EQ(ones, 256);
 }
 
@@ -324,8 +270,7 @@ TEST(Tracker, PeakScanTiesBordersAndNegativeResponses) {
   float peak = -5, res[2];
   locatePeak(r.data(), 16, 16, &peak, res);
   EXPECT_EQ(peak, 0.f);  // nowhere positive: 0 at the origin
-  EXPECT_EQ(res[0], -8.f);
-  EXPECT_EQ(res[1], -8.f);
+  EXPECT_TRUE(res[0] == -8.f && res[1] == -8.f) << res[0] << "," << res[1];
 
   r.assign(256, 0.f);
   r[5 * 16 + 7] = 0.5f;
@@ -342,19 +287,7 @@ TEST(Tracker, PeakScanTiesBordersAndNegativeResponses) {
   r[14] = 0.5f;
   r[16 + 15] = 0.4f;
   locatePeak(r.data(), 16, 16, &peak, res);
-  EXPECT_EQ(res[0], 15 - 8.f);
-  EXPECT_EQ(res[1], -8.f);
-}
-
-TEST(Tracker, NullResultBoxIsRefused) {
-  Tracker tr;
-  LogCapture log;
-  Nv21Frame f = Scene(90, 70, 40, 80);
-  EXPECT_EQ(updateTracker(tr.t, View(f), nullptr), 9u);
-  EXPECT_TRUE(log.Has("resultRoi is null", ANDROID_LOG_VERBOSE));
-  float peak = 0;
-  detect(tr.t, tr.t.featBuf, tr.t.modelFeat, &peak, nullptr);
-  EXPECT_TRUE(log.Has("Detect P is null", ANDROID_LOG_ERROR));
+  EXPECT_TRUE(res[0] == 15 - 8.f && res[1] == -8.f) << res[0] << "," << res[1];
 }
 
 }  // namespace
