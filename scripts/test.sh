@@ -1,13 +1,14 @@
 #!/usr/bin/env bash
 # Sets up a fresh Debian 12 machine, then configures, builds and runs the whole test suite:
-# the host build, the address+undefined-behaviour sanitizer build, the thread sanitizer build
-# and the aarch64 cross build, whose tests run under qemu-user with the real NEON kernels.
+# the host build, the address+undefined-behaviour sanitizer build, the thread sanitizer build,
+# the aarch64 cross build, whose tests run under qemu-user with the real NEON kernels, and a
+# minute of fuzzing the five exports (libFuzzer with address and undefined-behaviour sanitizers).
 # `scripts/test.sh host` (or any list of presets) runs only those.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 presets=("$@")
-((${#presets[@]})) || presets=(host asan tsan arm64)
+((${#presets[@]})) || presets=(host asan tsan arm64 fuzz)
 
 groups=(test)
 for preset in "${presets[@]}"; do
@@ -21,6 +22,10 @@ scripts/setup.sh "${groups[@]}"
 for preset in "${presets[@]}"; do
   echo "=== $preset ==="
   start=$SECONDS
-  cmake --workflow --preset "$preset"
+  if [ "$preset" = fuzz ]; then
+    scripts/fuzz.sh 60  # the stored crash inputs, then a minute of fuzzing the five exports
+  else
+    cmake --workflow --preset "$preset"
+  fi
   echo "=== $preset: $((SECONDS - start)) s ==="
 done
