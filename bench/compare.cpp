@@ -40,7 +40,7 @@
 #include "runtime/qtx.h"
 #include "scene.h"
 
-// Heap allocations of the whole process, the library's included (counting_new.cpp).
+// Heap allocations of the whole process, the library's included (tests/support/counting_new.cpp).
 long HeapAllocations();
 
 namespace {
