@@ -12,27 +12,27 @@
 
 namespace {
 
-struct SceneSpec {
+struct SceneSetup {
   int width, height, stride;
   uint32_t background;
   std::vector<MovingBody> bodies;
 };
 
-SceneSpec SceneA() {
+SceneSetup SceneA() {
   return {320, 240, 320, 31, {{40, 60, 48, 96, 2.0f, 0.5f, 1, 1}, {220, 70, 44, 90, -2.0f, 0.3f, 2, 1},
                               {150, 20, 36, 72, 0.5f, 1.5f, 3, 2}, {100, 130, 50, 100, 1.0f, -0.5f, 4, 1}}};
 }
-SceneSpec SceneB() {
+SceneSetup SceneB() {
   return {256, 192, 272, 32, {{20, 30, 40, 80, 1.5f, 0.5f, 5, 3}, {180, 60, 30, 70, -1.0f, 0.8f, 6, 3},
                               {90, 100, 56, 80, 0.0f, -1.0f, 7, 4}}};
 }
 
 // Every output body of a run: a re-initialisation every 12 frames, tracking in between.
-std::vector<BodyInfo> RunScene(const SceneSpec& spec, int frames) {
-  SceneCaller c(spec.width, spec.height, spec.stride, spec.background);
+std::vector<BodyInfo> RunScene(const SceneSetup& setup, int frames) {
+  SceneCaller c(setup.width, setup.height, setup.stride, setup.background);
   std::vector<BodyInfo> all;
   if (c.Open() != 0) return all;
-  for (const MovingBody& b : spec.bodies) c.AddBody(b);
+  for (const MovingBody& b : setup.bodies) c.AddBody(b);
   for (int f = 0; f < frames; ++f) {
     const int32_t rc = f % 12 == 0 ? c.Reinit() : c.Track();
     if (rc != 0) return {};

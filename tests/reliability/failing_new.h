@@ -2,7 +2,7 @@
 // number of live blocks, and fails the k-th allocation on request, as the system does when
 // memory runs out (the throwing forms throw std::bad_alloc, the non-throwing ones give null).
 // This reaches every allocation of the library, the standard library's containers included;
-// zy::FailNthAllocation reaches the library's own allocation points with their specified
+// zy::FailNthAllocation reaches the library's own allocation points with their defined
 // results.
 #pragma once
 

@@ -1,7 +1,7 @@
 // Allocation failures anywhere in a caller's life. A fixed script (create, start, frames,
 // re-initialisations, reset, frames with the image dump switched on) runs once without
 // failures for reference, then once per allocation with that allocation failing. Each failure
-// must give its specified result and log line, leak nothing, and leave a handle that works
+// must give its defined result and log line, leak nothing, and leave a handle that works
 // again after a reset exactly as a fresh one does (or, when creation failed, a clean refusal
 // after which a new handle works).
 //
@@ -81,8 +81,8 @@ void WarmUp() {
   ASSERT_EQ(DestroyKoTrackingAlgo(&h), 0);
 }
 
-// One body: the failure paths do not depend on the count, and the sweep runs the script
-// about two hundred times.
+// One body: the failure paths do not depend on the count, and the sweep runs the script once
+// per failed allocation.
 void AddBodies(SceneCaller& c) { c.AddBody({20, 20, 30, 60, 1.5f, 0.5f, 1, 1}); }
 
 // The image dump adds allocations to every frame; it is switched on unless its directory
@@ -208,7 +208,7 @@ TEST(FaultInjection, FirstCreateOfTheProcessFailsCleanlyAtEveryAllocation) {
   std::printf("[ faults   ] %ld allocations of the first creation failed once each\n", k - 1);
 }
 
-// Each of the library's own allocation points fails once, with its specified result and line.
+// Each of the library's own allocation points fails once, with its defined result and line.
 TEST(FaultInjection, EveryLibraryAllocationFailsCleanly) {
   DumpSwitch dump;
   LogCapture log;
