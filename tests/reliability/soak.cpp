@@ -129,11 +129,12 @@ int main(int argc, char** argv) {
     ++s.handles;
     int pendingReinit = 0;
     for (long f = 0; f < recreateEvery && s.frames < frames; ++f, ++s.frames) {
-      if (s.frames == warmupFrames) rssWarm = ResidentKb();
       if (reportEvery > 0 && s.frames > 0 && s.frames % reportEvery == 0) {
         std::printf("zy_soak: frame %ld, resident memory %ld kB\n", s.frames, ResidentKb());
         std::fflush(stdout);
       }
+      // After the first report: its first printf maps the C library's formatting code.
+      if (s.frames == warmupFrames) rssWarm = ResidentKb();
       bool changed = false;
       // Bodies leave once off the frame, or at random; new ones appear.
       for (int i = c.BodyCount() - 1; i >= 0; --i) {
