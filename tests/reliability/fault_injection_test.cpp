@@ -21,7 +21,6 @@
 #include "common/zy_alloc.h"
 #include "failing_new.h"
 #include "scene.h"
-#include "support/log_capture.h"
 
 namespace {
 
@@ -214,40 +213,56 @@ TEST(FaultInjection, FirstCreateOfTheProcessFailsCleanlyAtEveryAllocation) {
   std::printf("[ faults   ] %ld allocations of the first creation failed once each\n", k - 1);
 }
 
-// Each of the library's own allocation points fails once, with its defined result and line.
-TEST(FaultInjection, EveryLibraryAllocationFailsCleanly) {
-  DumpSwitch dump;
-  LogCapture log;
+// The script without failures; every step must succeed.
+Outcome Reference(long (*counter)()) {
   WarmUp();
   Outcome ref;
-  {
-    SceneCaller c(160, 120, 160, 9);
-    AddBodies(c);
-    RunScript(c, zy::AllocationCount, ref);
-  }
-  for (int s = 0; s < kSteps; ++s) ASSERT_EQ(ref.rc[s], 0) << kStepNames[s];
-  const long total = ref.allocsBefore[kSwept] - ref.allocsBefore[0];
-  ASSERT_EQ(ref.allocsBefore[kTrack + 1] - ref.allocsBefore[kTrack], dump.FrameAllocations())
-      << "a tracking frame allocates only for the dump";
+  SceneCaller c(160, 120, 160, 9);
+  AddBodies(c);
+  RunScript(c, counter, ref);
+  for (int s = 0; s < kSteps; ++s) EXPECT_EQ(ref.rc[s], 0) << kStepNames[s];
+  return ref;
+}
 
+// Runs the script once per sampled allocation with that one failing (arm(k) arms the k-th
+// allocation from now, arm(0) disarms); every run must recover exactly and leak nothing, and
+// check(step, ordinal within the step, run, reference) judges the rest.
+template <class Check>
+void Sweep(const Outcome& ref, long (*counter)(), void (*arm)(long), const char* what, Check check) {
+  const long total = ref.allocsBefore[kSwept] - ref.allocsBefore[0];
   int injected = 0;
   for (long k = 1; k <= total; ++k) {
     const int step = StepOf(ref, k);
     const long ordinal = ref.allocsBefore[0] + k - ref.allocsBefore[step];
     if (!Sampled(ordinal, ref.allocsBefore[step + 1] - ref.allocsBefore[step], static_cast<Step>(step))) continue;
     SCOPED_TRACE(std::string(kStepNames[step]) + ", allocation " + std::to_string(ordinal));
-    log.Clear();
     const long live = failing_new::Live();
     Outcome got;
     {
       SceneCaller c(160, 120, 160, 9);
       AddBodies(c);
-      zy::FailNthAllocation(static_cast<int>(k));
-      RunScript(c, zy::AllocationCount, got);
-      zy::FailNthAllocation(0);
+      FixedLog::Clear();
+      arm(k);
+      RunScript(c, counter, got);
+      arm(0);
     }
     ++injected;
     ExpectRecovered(got, ref);
+    check(static_cast<Step>(step), ordinal, got);
+    EXPECT_EQ(failing_new::Live(), live) << "leaked";
+  }
+  std::printf("[ faults   ] %d of %ld %s failed once each\n", injected, total, what);
+}
+
+// Each of the library's own allocation points fails once, with its defined result and line.
+TEST(FaultInjection, EveryLibraryAllocationFailsCleanly) {
+  DumpSwitch dump;
+  FixedLog log;
+  const Outcome ref = Reference(zy::AllocationCount);
+  ASSERT_EQ(ref.allocsBefore[kTrack + 1] - ref.allocsBefore[kTrack], dump.FrameAllocations())
+      << "a tracking frame allocates only for the dump";
+  const auto arm = [](long k) { zy::FailNthAllocation(static_cast<int>(k)); };
+  Sweep(ref, zy::AllocationCount, arm, "library allocation points", [&](Step step, long ordinal, const Outcome& got) {
     switch (step) {
       case kCreate: {
         const char* line = ordinal == 1   ? "CreateKoTrackingAlgo algoHandle malloc error!"
@@ -255,7 +270,7 @@ TEST(FaultInjection, EveryLibraryAllocationFailsCleanly) {
                            : ordinal == 3 ? "CreateKoTrackingAlgo algoHandle lastFaceInfo malloc error!"
                                           : "Create tracking inplace failed!";
         EXPECT_EQ(got.rc[kCreate], ordinal <= 3 ? 2 : 6);
-        EXPECT_TRUE(log.Has(line, ANDROID_LOG_ERROR)) << line;
+        EXPECT_TRUE(FixedLog::Has(line)) << line;
         EXPECT_EQ(got.rc[kStart], 1) << "no handle was handed out";
         break;
       }
@@ -265,16 +280,14 @@ TEST(FaultInjection, EveryLibraryAllocationFailsCleanly) {
         break;
       case kReset:
         EXPECT_EQ(got.rc[kReset], -1);
-        EXPECT_TRUE(log.Has("ZyTrackerAlgoReset fail", ANDROID_LOG_ERROR));
-        EXPECT_TRUE(log.Has("the " + std::to_string((ordinal - 1) / 19) + " koTrackingInp ZyTrackerAlgoReset fail",
-                            ANDROID_LOG_ERROR));
+        EXPECT_TRUE(FixedLog::Has("ZyTrackerAlgoReset fail"));
+        EXPECT_TRUE(FixedLog::Has(("the " + std::to_string((ordinal - 1) / 19) + " koTrackingInp ZyTrackerAlgoReset fail").c_str()));
         break;
       case kReinit2:
         EXPECT_EQ(got.rc[step], 0);
         // The assignment's eight arrays come first, then the tracker's window and the dump.
         if (ordinal <= 8) {
-          EXPECT_TRUE(log.Has(ordinal <= 2 ? "HungarianAlgorithm malloc error!" : "AssignmentOptimal malloc error!",
-                              ANDROID_LOG_ERROR));
+          EXPECT_TRUE(FixedLog::Has(ordinal <= 2 ? "HungarianAlgorithm malloc error!" : "AssignmentOptimal malloc error!"));
           // Without an assignment the body is new: identity 2 from the queue, not its 1.
           EXPECT_EQ(got.out[kReinit2][0].bodyId, 2);
           EXPECT_EQ(ref.out[kReinit2][0].bodyId, 1);
@@ -289,10 +302,7 @@ TEST(FaultInjection, EveryLibraryAllocationFailsCleanly) {
         }
         break;
     }
-    log.Clear();
-    EXPECT_EQ(failing_new::Live(), live) << "leaked";
-  }
-  std::printf("[ faults   ] %d of %ld library allocation points failed once each\n", injected, total);
+  });
 }
 
 // Any operator new of the library or the standard library under it fails once: nothing may
@@ -300,32 +310,8 @@ TEST(FaultInjection, EveryLibraryAllocationFailsCleanly) {
 TEST(FaultInjection, EveryHeapAllocationFailsWithoutEscaping) {
   DumpSwitch dump;
   FixedLog log;
-  WarmUp();
-  Outcome ref;
-  {
-    SceneCaller c(160, 120, 160, 9);
-    AddBodies(c);
-    RunScript(c, failing_new::Count, ref);
-  }
-  for (int s = 0; s < kSteps; ++s) ASSERT_EQ(ref.rc[s], 0) << kStepNames[s];
-  const long total = ref.allocsBefore[kSwept] - ref.allocsBefore[0];
-  int injected = 0;
-  for (long k = 1; k <= total; ++k) {
-    const int step = StepOf(ref, k);
-    const long ordinal = ref.allocsBefore[0] + k - ref.allocsBefore[step];
-    if (!Sampled(ordinal, ref.allocsBefore[step + 1] - ref.allocsBefore[step], static_cast<Step>(step))) continue;
-    SCOPED_TRACE(std::string(kStepNames[step]) + ", allocation " + std::to_string(ordinal));
-    const long live = failing_new::Live();
-    Outcome got;
-    {
-      SceneCaller c(160, 120, 160, 9);
-      AddBodies(c);
-      FixedLog::Clear();
-      failing_new::FailNth(k);
-      RunScript(c, failing_new::Count, got);
-      failing_new::FailNth(0);
-    }
-    ++injected;
+  const Outcome ref = Reference(failing_new::Count);
+  Sweep(ref, failing_new::Count, failing_new::FailNth, "heap allocations", [&](Step step, long ordinal, const Outcome& got) {
     // Creation fails with its codes (a worker thread that cannot start only means fewer
     // workers); a reset that cannot rebuild the identity queue or a tracker says so and
     // fails; Start and frames go on.
@@ -334,17 +320,14 @@ TEST(FaultInjection, EveryHeapAllocationFailsWithoutEscaping) {
     if (step == kReset) {
       EXPECT_EQ(got.rc[kReset], -1);
       EXPECT_TRUE(FixedLog::Has(ordinal <= 2 ? "ResetKoTrackingAlgo freeBodyIds malloc error!" : "ZyTrackerAlgoReset fail"));
-    } else {
-      // Without a handle every later call is refused as for a null handle.
-      for (int s = kStart; s < kSwept; ++s) {
-        const int32_t expected = create == 0 ? 0 : (s == kReset ? -1 : 1);
-        EXPECT_EQ(got.rc[s], expected) << kStepNames[s];
-      }
+      return;
     }
-    ExpectRecovered(got, ref);
-    EXPECT_EQ(failing_new::Live(), live) << "leaked";
-  }
-  std::printf("[ faults   ] %d of %ld heap allocations failed once each\n", injected, total);
+    // Without a handle every later call is refused as for a null handle.
+    for (int s = kStart; s < kSwept; ++s) {
+      const int32_t expected = create == 0 ? 0 : (s == kReset ? -1 : 1);
+      EXPECT_EQ(got.rc[s], expected) << kStepNames[s];
+    }
+  });
 }
 
 }  // namespace
