@@ -22,6 +22,13 @@ if(ZY_SANITIZE)
          ${CMAKE_COMMAND} -E env ASAN_OPTIONS=detect_leaks=0:abort_on_error=1)
   endif()
 endif()
+if(ZY_X86_64_LEVEL AND CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64|amd64)$")
+  target_compile_options(zy_options INTERFACE $<$<COMPILE_LANGUAGE:C,CXX>:-march=${ZY_X86_64_LEVEL}>)
+endif()
 if(ZY_SCALAR_ONLY)
+  # The plain scalar build: the reference kernels, and no vector code from the compiler either,
+  # so that it is the baseline against which the fast paths and the vectorised loops are counted.
   target_compile_definitions(zy_options INTERFACE ZY_SCALAR_ONLY=1)
+  target_compile_options(zy_options INTERFACE
+                         $<$<COMPILE_LANGUAGE:C,CXX>:-fno-tree-vectorize -fno-tree-slp-vectorize>)
 endif()

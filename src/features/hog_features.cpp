@@ -80,6 +80,59 @@ void AccumulateCellT(const CellLayout& L, int32_t i, int32_t j, const float* gra
   }
 }
 
+// The same for a cell of size 4 whose neighbours all lie in the map and whose pixels all lie
+// inside the accumulated area (the caller checks), with the own-cell side of each pixel offset
+// known: 0 and 1 feed the cell before, 2 and 3 the cell after. A pixel's four additions go to
+// four different cells, so they may be made in any order; each bin still receives its
+// additions in the reference's pixel order, which is what keeps the sums identical. Bins are
+// checked once per pixel.
+template <uint32_t F>
+void AccumulateInteriorCell4(const CellLayout& L, int32_t i, int32_t j, const float* gradMag,
+                             const uint32_t* gradBins, float* cellFeat) {
+  const ptrdiff_t rowStride = static_cast<ptrdiff_t>(L.sizeX) * F;
+  float* own = cellFeat + (static_cast<size_t>(i) * L.sizeX + j) * F;
+  const float wx[8] = {L.cellWeights[0], L.cellWeights[1], L.cellWeights[2], L.cellWeights[3],
+                       L.cellWeights[4], L.cellWeights[5], L.cellWeights[6], L.cellWeights[7]};
+#pragma GCC unroll 4
+  for (int32_t ii = 0; ii < 4; ++ii) {
+    const float wy0 = wx[2 * ii];
+    const float wy1 = wx[2 * ii + 1];
+    float* vert = own + (ii < 2 ? -rowStride : rowStride);
+    const size_t d0 = static_cast<size_t>(4 * i + ii) * L.width + 4 * static_cast<size_t>(j);
+#pragma GCC unroll 4
+    for (int32_t jj = 0; jj < 4; ++jj) {
+      const ptrdiff_t h = jj < 2 ? -static_cast<ptrdiff_t>(F) : static_cast<ptrdiff_t>(F);
+      const size_t d = d0 + jj;
+      const float r = gradMag[d];
+      const uint32_t u = gradBins[2 * d];
+      const uint32_t sg = gradBins[2 * d + 1];
+      const float a = r * wx[2 * jj];
+      const float b = r * wx[2 * jj + 1];
+      const float vOwn = a * wy0;
+      const float vVert = a * wy1;
+      const float vSide = wy0 * b;
+      const float vDiag = b * wy1;
+      if (u < 9 && (F == 9 || sg < 18)) {
+        own[u] += vOwn;
+        vert[u] += vVert;
+        own[h + u] += vSide;
+        vert[h + u] += vDiag;
+        if (F == 27) {
+          own[9 + sg] += vOwn;
+          vert[9 + sg] += vVert;
+          own[h + 9 + sg] += vSide;
+          vert[h + 9 + sg] += vDiag;
+        }
+      } else {
+        AddToBins<F>(own, u, sg, vOwn);
+        AddToBins<F>(vert, u, sg, vVert);
+        AddToBins<F>(own + h, u, sg, vSide);
+        AddToBins<F>(vert + h, u, sg, vDiag);
+      }
+    }
+  }
+}
+
 void AccumulateCell(const CellLayout& L, int32_t i, int32_t j, const float* gradMag,
                     const uint32_t* gradBins, float* cellFeat) {
   if (L.cellSize == 4) {
@@ -342,6 +395,24 @@ uint32_t ComputeCellHistogramsWith(KernelChoice choice, uint32_t featuresPerCell
 
   // Gradients computed here are differences of bytes, which the magnitude rows may rely on.
   const bool ownGradients = gradBufA != nullptr && gradBufB != nullptr && image->data != nullptr;
+  // The fast three-channel rows do both passes row by row in one kernel: the same scratch,
+  // magnitudes and bins.
+  const bool fused = ZY_HAVE_NEON && ownGradients && channels == 3 && UseFastKernels(choice);
+#if ZY_HAVE_NEON
+  if (fused) {
+    const size_t plane = static_cast<size_t>(width) * static_cast<size_t>(height);
+    for (int32_t y = 1; y < height - 1; ++y) {
+      const size_t d = static_cast<size_t>(y) * width + 1;
+      const uint8_t* data = image->data;
+      const uint8_t* row[3] = {data + d, data + plane + d, data + 2 * plane + d};
+      const uint8_t* above[3] = {row[0] - width, row[1] - width, row[2] - width};
+      const uint8_t* below[3] = {row[0] + width, row[1] + width, row[2] + width};
+      GradientMagnitudeBinsRow3_NEON(row, above, below, width - 2, gradBufA + 3 * d,
+                                     gradBufB + 3 * d, kSectorCos, kSectorSin, gradMag + d,
+                                     gradBins + 2 * d);
+    }
+  } else
+#endif
   if (ownGradients) {
     if (channels == 3) {
       ComputeGradients3(image->data, width, height, gradBufA, gradBufB, choice);
@@ -350,7 +421,7 @@ uint32_t ComputeCellHistogramsWith(KernelChoice choice, uint32_t featuresPerCell
     }
   }
   // Without gradient buffers the magnitudes and bins stay as they are, too.
-  if (channels == 3) {
+  if (channels == 3 && !fused) {
     ComputeMagnitudeBins3(width, height, 3, gradBufA, gradBufB, gradMag, kSectorCos, kSectorSin,
                           gradBins, choice, ownGradients);
   } else if (channels == 1) {
@@ -365,9 +436,19 @@ uint32_t ComputeCellHistogramsWith(KernelChoice choice, uint32_t featuresPerCell
   L.cellSize = static_cast<int32_t>(cellSize);
   L.sizeX = sizeX;
   L.sizeY = sizeY;
+  // The fast drivers take cells of size 4 away from the map's edge, whose neighbours and
+  // pixels need no checks, in a form of their own (the same additions in the same order).
+  const bool interiorCells = UseFastKernels(choice) && cellSize == 4;
   for (int32_t i = 0; i < L.sizeY; ++i) {
+    const bool rowInterior = i >= 1 && i + 1 < L.sizeY && 4 * i + 4 < height;
     for (int32_t j = 0; j < L.sizeX; ++j) {
-      if (featuresPerCell == 27) {
+      if (interiorCells && rowInterior && j >= 1 && j + 1 < L.sizeX && 4 * j + 4 < width) {
+        if (featuresPerCell == 27) {
+          AccumulateInteriorCell4<27>(L, i, j, gradMag, gradBins, cellFeat);
+        } else {
+          AccumulateInteriorCell4<9>(L, i, j, gradMag, gradBins, cellFeat);
+        }
+      } else if (featuresPerCell == 27) {
         AccumulateCell(L, i, j, gradMag, gradBins, cellFeat);
       } else {
         AccumulateCellLight(L, i, j, gradMag, gradBins, cellFeat);

@@ -80,4 +80,12 @@ void MagnitudeBinsRow3_NEON(const int16_t* dx3, const int16_t* dy3, int32_t n,
 void MagnitudeBinsRow3Bytes_NEON(const int16_t* dx3, const int16_t* dy3, int32_t n,
                                  const float* sectorCos, const float* sectorSin, float* mag,
                                  uint32_t* bins);
+// GradientRow3 and then MagnitudeBinsRow3 of the same pixels in one pass, eight pixels at a
+// time, the differences going from registers to the sector search (the interleaved gradients
+// are still written). Rows of eight pixels or more end with a block that overlaps the one
+// before; shorter rows take the scalar rows.
+void GradientMagnitudeBinsRow3_NEON(const uint8_t* const row[3], const uint8_t* const above[3],
+                                    const uint8_t* const below[3], int32_t n, int16_t* gx3,
+                                    int16_t* gy3, const float* sectorCos, const float* sectorSin,
+                                    float* mag, uint32_t* bins);
 #endif

@@ -56,36 +56,63 @@ SectorVectors LoadSectors(const float* sectorCos, const float* sectorSin) {
   return v;
 }
 
-// The sector search of four pixels, keeping only the signed bin: per sector k a lane takes k
-// when |dot_k| > best, and best = max(best, |dot_k|). A lane that takes sector k has
-// |dot_k| > best >= 0 (after sector 0 best is |dot_0|; at sector 0 a lane takes it only when
-// dot_0 < 0), so the scalar rule "dot_k > best" holds exactly when dot_k > 0: the signed bin is
-// k then and k + 9 otherwise. The unsigned bin is the signed one folded below 9. Stores the
-// unsigned and signed bins interleaved at bins[0..7].
+// Lane selects whose masks come from comparisons (every lane all ones or all zeros). SSE4.1
+// blends give the same lanes as the three-instruction bitwise select SIMDe writes for vbslq.
+#if !defined(__aarch64__) && defined(SIMDE_X86_SSE4_1_NATIVE)
+inline float32x4_t SelectF32(uint32x4_t mask, float32x4_t a, float32x4_t b) {
+  return simde_float32x4_from_m128(_mm_blendv_ps(simde_float32x4_to_m128(b), simde_float32x4_to_m128(a),
+                                                 _mm_castsi128_ps(simde_uint32x4_to_m128i(mask))));
+}
+#else
+inline float32x4_t SelectF32(uint32x4_t mask, float32x4_t a, float32x4_t b) { return vbslq_f32(mask, a, b); }
+#endif
+
+// max(a, b) per lane for values that are never NaN (differences of integers and their
+// squares): one instruction on x86-64, where SIMDe's vmaxq_f32 adds NEON's NaN rule.
+inline float32x4_t MaxF32(float32x4_t a, float32x4_t b) {
+#if !defined(__aarch64__) && defined(SIMDE_X86_SSE_NATIVE)
+  return simde_float32x4_from_m128(_mm_max_ps(simde_float32x4_to_m128(a), simde_float32x4_to_m128(b)));
+#else
+  return vmaxq_f32(a, b);
+#endif
+}
+
+// The sector search of four pixels. best starts at |dot_0|; sector k >= 1 is taken when
+// |dot_k| > best, and best = max(best, |dot_k|). That is the scalar rule: "dot_k > best" and
+// "-dot_k > best" are the two signs of "|dot_k| > best", and starting from dot_0 the scalar
+// loop takes sector 0 (with the opposite sign) exactly when dot_0 < 0. A lane keeps
+// 2k + (sign bit of dot_k) of the last sector it took; later sectors have larger codes, so
+// that is a running maximum. The sign bit is that of a non-zero dot for a taken sector, and
+// for sector 0 dot_0 is never -0 (fx is an integer, to which 0 * fy adds +0 or -0).
+// The signed bin is the sector plus 9 for a negative dot; stores the unsigned and signed bins
+// interleaved at bins[0..7].
 inline void SearchSectors4(const SectorVectors& sv, float32x4_t fx, float32x4_t fy, uint32_t* bins) {
-  const float32x4_t zero = vdupq_n_f32(0.f);
-  const uint32x4_t nine = vdupq_n_u32(9);
-  float32x4_t best = vaddq_f32(vmulq_f32(sv.c[0], fx), vmulq_f32(sv.s[0], fy));
-  uint32x4_t signedBin = vdupq_n_u32(0);
-#pragma GCC unroll 9
-  for (uint32_t k = 0; k < 9; ++k) {
+  const float32x4_t dot0 = vaddq_f32(vmulq_f32(sv.c[0], fx), vmulq_f32(sv.s[0], fy));
+  float32x4_t best = vabsq_f32(dot0);
+  uint32x4_t code = vshrq_n_u32(vreinterpretq_u32_f32(dot0), 31);
+#pragma GCC unroll 8
+  for (uint32_t k = 1; k < 9; ++k) {
     const float32x4_t dot = vaddq_f32(vmulq_f32(sv.c[k], fx), vmulq_f32(sv.s[k], fy));
     const float32x4_t size = vabsq_f32(dot);
     const uint32x4_t take = vcgtq_f32(size, best);
-    const uint32x4_t candidate = vaddq_u32(vdupq_n_u32(k), vbicq_u32(nine, vcgtq_f32(dot, zero)));
-    signedBin = vbslq_u32(take, candidate, signedBin);
-    best = vmaxq_f32(best, size);
+    const uint32x4_t candidate = vorrq_u32(vdupq_n_u32(2 * k), vshrq_n_u32(vreinterpretq_u32_f32(dot), 31));
+    code = vmaxq_u32(code, vandq_u32(take, candidate));
+    best = MaxF32(best, size);
   }
-  const uint32x4_t unsignedBin = vsubq_u32(signedBin, vandq_u32(vcgtq_u32(signedBin, vdupq_n_u32(8)), nine));
-  vst1q_u32(bins, vzip1q_u32(unsignedBin, signedBin));
-  vst1q_u32(bins + 4, vzip2q_u32(unsignedBin, signedBin));
+  const uint32x4_t sector = vshrq_n_u32(code, 1);
+  const uint32x4_t negative = vandq_u32(code, vdupq_n_u32(1));
+  const uint32x4_t signedBin = vaddq_u32(sector, vaddq_u32(vshlq_n_u32(negative, 3), negative));
+  vst1q_u32(bins, vzip1q_u32(sector, signedBin));
+  vst1q_u32(bins + 4, vzip2q_u32(sector, signedBin));
 }
 
-// Correctly rounded square root per lane: the instruction on arm64; SIMDe (0.7.4) has no
-// vsqrtq_f32, so hosts take the IEEE square root lane by lane, which gives the same bits.
+// Correctly rounded square root per lane: the instruction on arm64 and on x86-64 (SIMDe 0.7.4
+// has no vsqrtq_f32); elsewhere the IEEE square root lane by lane, which gives the same bits.
 inline float32x4_t Sqrt4(float32x4_t v) {
 #if defined(__aarch64__)
   return vsqrtq_f32(v);
+#elif defined(SIMDE_X86_SSE_NATIVE)
+  return simde_float32x4_from_m128(_mm_sqrt_ps(simde_float32x4_to_m128(v)));
 #else
   float lanes[4];
   vst1q_f32(lanes, v);
@@ -93,6 +120,24 @@ inline float32x4_t Sqrt4(float32x4_t v) {
   for (float& f : lanes) f = std::sqrt(f);
   return vld1q_f32(lanes);
 #endif
+}
+
+// Magnitude and bins of four pixels from the float differences of their three channels, all
+// below 2^8 in size: the float squares and their sum are exact integers below 2^24, so the
+// same values, comparisons and square roots as the scalar row's integer form.
+inline void MagnitudeBins4Bytes(const SectorVectors& sv, const float32x4_t fx[3], const float32x4_t fy[3],
+                                float* mag, uint32_t* bins) {
+  float32x4_t q[3];
+#pragma GCC unroll 3
+  for (int ch = 0; ch < 3; ++ch) q[ch] = vaddq_f32(vmulq_f32(fx[ch], fx[ch]), vmulq_f32(fy[ch], fy[ch]));
+  // Channel 1 only when strictly above 0, channel 2 only when strictly above both.
+  const float32x4_t q01 = MaxF32(q[0], q[1]);
+  const uint32x4_t pick1 = vcgtq_f32(q[1], q[0]);
+  const uint32x4_t pick2 = vcgtq_f32(q[2], q01);
+  const float32x4_t sx = SelectF32(pick2, fx[2], SelectF32(pick1, fx[1], fx[0]));
+  const float32x4_t sy = SelectF32(pick2, fy[2], SelectF32(pick1, fy[1], fy[0]));
+  vst1q_f32(mag, Sqrt4(MaxF32(q01, q[2])));
+  SearchSectors4(sv, sx, sy, bins);
 }
 
 // The three interleaved channels of four pixels, widened to 32 bits. arm64 has the
@@ -170,25 +215,79 @@ void MagnitudeBinsRow3Bytes_NEON(const int16_t* dx3, const int16_t* dy3, int32_t
     int32x4_t x[3], y[3];
     Load3(dx3 + 3 * i, &x[0], &x[1], &x[2]);
     Load3(dy3 + 3 * i, &y[0], &y[1], &y[2]);
-    // With |dx|, |dy| <= 255 the float squares and their sum are exact integers below 2^24:
-    // the same values, comparisons and square roots as the integer form.
-    float32x4_t fx[3], fy[3], q[3];
+    float32x4_t fx[3], fy[3];
 #pragma GCC unroll 3
     for (int ch = 0; ch < 3; ++ch) {
       fx[ch] = vcvtq_f32_s32(x[ch]);
       fy[ch] = vcvtq_f32_s32(y[ch]);
-      q[ch] = vaddq_f32(vmulq_f32(fx[ch], fx[ch]), vmulq_f32(fy[ch], fy[ch]));
     }
-    const float32x4_t q01 = vmaxq_f32(q[0], q[1]);
-    // Channel 1 only when strictly above 0, channel 2 only when strictly above both.
-    const uint32x4_t pick1 = vcgtq_f32(q[1], q[0]);
-    const uint32x4_t pick2 = vcgtq_f32(q[2], q01);
-    const float32x4_t sx = vbslq_f32(pick2, fx[2], vbslq_f32(pick1, fx[1], fx[0]));
-    const float32x4_t sy = vbslq_f32(pick2, fy[2], vbslq_f32(pick1, fy[1], fy[0]));
-    vst1q_f32(mag + i, Sqrt4(vmaxq_f32(q01, q[2])));
-    SearchSectors4(sv, sx, sy, bins + 2 * i);
+    MagnitudeBins4Bytes(sv, fx, fy, mag + i, bins + 2 * i);
   }
   MagnitudeBinsRow3_C(dx3 + 3 * i, dy3 + 3 * i, n - i, sectorCos, sectorSin, mag + i, bins + 2 * i);
+}
+
+namespace {
+// Differences of eight bytes widened to 16 bits (modulo 2^16, read back as signed: exactly
+// -255..255). SIMDe widens a 64-bit vector in two halves; on x86-64 one zero-extending
+// instruction per load does it.
+inline int16x8_t ByteDifferences8(const uint8_t* a, const uint8_t* b) {
+#if !defined(__aarch64__) && defined(SIMDE_X86_SSE4_1_NATIVE)
+  const __m128i wa = _mm_cvtepu8_epi16(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(a)));
+  const __m128i wb = _mm_cvtepu8_epi16(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(b)));
+  return simde_int16x8_from_m128i(_mm_sub_epi16(wa, wb));
+#else
+  return vreinterpretq_s16_u16(vsubl_u8(vld1_u8(a), vld1_u8(b)));
+#endif
+}
+
+// The low and high four lanes of v as floats: each lane paired with itself and shifted back
+// arithmetically is its sign extension (cheaper than SIMDe's 64-bit halves on x86-64).
+inline float32x4_t LowToFloat(int16x8_t v) {
+  return vcvtq_f32_s32(vshrq_n_s32(vreinterpretq_s32_s16(vzip1q_s16(v, v)), 16));
+}
+inline float32x4_t HighToFloat(int16x8_t v) {
+  return vcvtq_f32_s32(vshrq_n_s32(vreinterpretq_s32_s16(vzip2q_s16(v, v)), 16));
+}
+}  // namespace
+
+void GradientMagnitudeBinsRow3_NEON(const uint8_t* const row[3], const uint8_t* const above[3],
+                                    const uint8_t* const below[3], int32_t n, int16_t* gx3,
+                                    int16_t* gy3, const float* sectorCos, const float* sectorSin,
+                                    float* mag, uint32_t* bins) {
+  if (n < 8) {
+    GradientRow3_C(row, above, below, n, gx3, gy3);
+    MagnitudeBinsRow3_C(gx3, gy3, n, sectorCos, sectorSin, mag, bins);
+    return;
+  }
+  const SectorVectors sv = LoadSectors(sectorCos, sectorSin);
+  for (int32_t i = 0;; i += 8) {
+    // A last block that would run past the row is moved back to end at it; the pixels it
+    // shares with the block before get the same values again.
+    if (i > n - 8) i = n - 8;
+    int16x8x3_t dx;
+    int16x8x3_t dy;
+#pragma GCC unroll 3
+    for (int ch = 0; ch < 3; ++ch) {
+      dx.val[ch] = ByteDifferences8(row[ch] + i + 1, row[ch] + i - 1);
+      dy.val[ch] = ByteDifferences8(below[ch] + i, above[ch] + i);
+    }
+    vst3q_s16(gx3 + 3 * i, dx);  // channels interleaved per pixel
+    vst3q_s16(gy3 + 3 * i, dy);
+    float32x4_t fx[3], fy[3];
+#pragma GCC unroll 3
+    for (int ch = 0; ch < 3; ++ch) {
+      fx[ch] = LowToFloat(dx.val[ch]);
+      fy[ch] = LowToFloat(dy.val[ch]);
+    }
+    MagnitudeBins4Bytes(sv, fx, fy, mag + i, bins + 2 * i);
+#pragma GCC unroll 3
+    for (int ch = 0; ch < 3; ++ch) {
+      fx[ch] = HighToFloat(dx.val[ch]);
+      fy[ch] = HighToFloat(dy.val[ch]);
+    }
+    MagnitudeBins4Bytes(sv, fx, fy, mag + i + 4, bins + 2 * (i + 4));
+    if (i + 8 >= n) break;
+  }
 }
 
 #endif  // ZY_HAVE_NEON
