@@ -400,6 +400,11 @@ uint32_t ComputeCellHistogramsWith(KernelChoice choice, uint32_t featuresPerCell
   const bool fused = ZY_HAVE_NEON && ownGradients && channels == 3 && UseFastKernels(choice);
 #if ZY_HAVE_NEON
   if (fused) {
+#if ZY_HAVE_AVX2_ROWS
+    const auto fusedRow = CpuHasAvx2() ? GradientMagnitudeBinsRow3_AVX2 : GradientMagnitudeBinsRow3_NEON;
+#else
+    const auto fusedRow = GradientMagnitudeBinsRow3_NEON;
+#endif
     const size_t plane = static_cast<size_t>(width) * static_cast<size_t>(height);
     for (int32_t y = 1; y < height - 1; ++y) {
       const size_t d = static_cast<size_t>(y) * width + 1;
@@ -407,9 +412,8 @@ uint32_t ComputeCellHistogramsWith(KernelChoice choice, uint32_t featuresPerCell
       const uint8_t* row[3] = {data + d, data + plane + d, data + 2 * plane + d};
       const uint8_t* above[3] = {row[0] - width, row[1] - width, row[2] - width};
       const uint8_t* below[3] = {row[0] + width, row[1] + width, row[2] + width};
-      GradientMagnitudeBinsRow3_NEON(row, above, below, width - 2, gradBufA + 3 * d,
-                                     gradBufB + 3 * d, kSectorCos, kSectorSin, gradMag + d,
-                                     gradBins + 2 * d);
+      fusedRow(row, above, below, width - 2, gradBufA + 3 * d, gradBufB + 3 * d, kSectorCos,
+               kSectorSin, gradMag + d, gradBins + 2 * d);
     }
   } else
 #endif

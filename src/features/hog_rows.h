@@ -89,3 +89,11 @@ void GradientMagnitudeBinsRow3_NEON(const uint8_t* const row[3], const uint8_t* 
                                     int16_t* gy3, const float* sectorCos, const float* sectorSin,
                                     float* mag, uint32_t* bins);
 #endif
+#if ZY_HAVE_AVX2_ROWS
+// The same fused row in 256-bit lanes; call only when CpuHasAvx2().
+void GradientMagnitudeBinsRow3_AVX2(const uint8_t* const row[3], const uint8_t* const above[3],
+                                    const uint8_t* const below[3], int32_t n, int16_t* gx3,
+                                    int16_t* gy3, const float* sectorCos, const float* sectorSin,
+                                    float* mag, uint32_t* bins);
+bool CpuHasAvx2();
+#endif

@@ -3,6 +3,14 @@
 
 #include "common/zy_neon.h"
 
+// x86-64 builds with the fast paths also carry 256-bit forms of the hottest row, used when
+// the CPU has AVX2 (checked at run time, so the library still runs on any x86-64).
+#if ZY_HAVE_NEON && defined(__x86_64__) && defined(__GNUC__)
+#define ZY_HAVE_AVX2_ROWS 1
+#else
+#define ZY_HAVE_AVX2_ROWS 0
+#endif
+
 enum class KernelChoice {
   kReference,  // plain scalar rows: the definition of every result
   kFast,       // NEON rows where built (real NEON on arm64, SIMDe elsewhere); else the references
