@@ -106,22 +106,6 @@ inline void SearchSectors4(const SectorVectors& sv, float32x4_t fx, float32x4_t 
   vst1q_u32(bins + 4, vzip2q_u32(sector, signedBin));
 }
 
-// Correctly rounded square root per lane: the instruction on arm64 and on x86-64 (SIMDe 0.7.4
-// has no vsqrtq_f32); elsewhere the IEEE square root lane by lane, which gives the same bits.
-inline float32x4_t Sqrt4(float32x4_t v) {
-#if defined(__aarch64__)
-  return vsqrtq_f32(v);
-#elif defined(SIMDE_X86_SSE_NATIVE)
-  return simde_float32x4_from_m128(_mm_sqrt_ps(simde_float32x4_to_m128(v)));
-#else
-  float lanes[4];
-  vst1q_f32(lanes, v);
-#pragma GCC unroll 4
-  for (float& f : lanes) f = std::sqrt(f);
-  return vld1q_f32(lanes);
-#endif
-}
-
 // Magnitude and bins of four pixels from the float differences of their three channels, all
 // below 2^8 in size: the float squares and their sum are exact integers below 2^24, so the
 // same values, comparisons and square roots as the scalar row's integer form.
@@ -136,7 +120,7 @@ inline void MagnitudeBins4Bytes(const SectorVectors& sv, const float32x4_t fx[3]
   const uint32x4_t pick2 = vcgtq_f32(q[2], q01);
   const float32x4_t sx = SelectF32(pick2, fx[2], SelectF32(pick1, fx[1], fx[0]));
   const float32x4_t sy = SelectF32(pick2, fy[2], SelectF32(pick1, fy[1], fy[0]));
-  vst1q_f32(mag, Sqrt4(MaxF32(q01, q[2])));
+  vst1q_f32(mag, zy::SqrtF32x4(MaxF32(q01, q[2])));
   SearchSectors4(sv, sx, sy, bins);
 }
 
@@ -176,7 +160,7 @@ void MagnitudeBinsRow1_NEON(const int16_t* dx, const int16_t* dy, int32_t n, con
   for (; i + 4 <= n; i += 4) {
     const int32x4_t x = vmovl_s16(vld1_s16(dx + i));
     const int32x4_t y = vmovl_s16(vld1_s16(dy + i));
-    vst1q_f32(mag + i, Sqrt4(vcvtq_f32_u32(SumSquares4(x, y))));
+    vst1q_f32(mag + i, zy::SqrtF32x4(vcvtq_f32_u32(SumSquares4(x, y))));
     SearchSectors4(sv, vcvtq_f32_s32(x), vcvtq_f32_s32(y), bins + 2 * i);
   }
   MagnitudeBinsRow1_C(dx + i, dy + i, n - i, sectorCos, sectorSin, mag + i, bins + 2 * i);
@@ -200,7 +184,7 @@ void MagnitudeBinsRow3_NEON(const int16_t* dx3, const int16_t* dy3, int32_t n,
     const uint32x4_t pick2 = vcgtq_u32(q2, q01);
     const int32x4_t x = vbslq_s32(pick2, x2, vbslq_s32(pick1, x1, x0));
     const int32x4_t y = vbslq_s32(pick2, y2, vbslq_s32(pick1, y1, y0));
-    vst1q_f32(mag + i, Sqrt4(vcvtq_f32_u32(vmaxq_u32(q01, q2))));
+    vst1q_f32(mag + i, zy::SqrtF32x4(vcvtq_f32_u32(vmaxq_u32(q01, q2))));
     SearchSectors4(sv, vcvtq_f32_s32(x), vcvtq_f32_s32(y), bins + 2 * i);
   }
   MagnitudeBinsRow3_C(dx3 + 3 * i, dy3 + 3 * i, n - i, sectorCos, sectorSin, mag + i, bins + 2 * i);

@@ -39,6 +39,50 @@ void BlockFactors(const float* energy, int32_t g, int32_t i, int32_t j, float n[
   n[3] = 1.0f / (std::sqrt(E(i, j) + E(i, j - 1) + E(i - 1, j) + E(i - 1, j - 1)) + kNormEpsilon);
 }
 
+#if ZY_HAVE_NEON
+// v > 0.2 ? 0.2 : v per lane, a NaN staying the same NaN: minps returns its second operand
+// when either is NaN, and NEON's bitwise select keeps v's bits.
+inline float32x4_t TruncateLanes(float32x4_t v) {
+#if !defined(__aarch64__) && defined(SIMDE_X86_SSE_NATIVE)
+  return simde_float32x4_from_m128(_mm_min_ps(_mm_set1_ps(kTruncation), simde_float32x4_to_m128(v)));
+#else
+  const float32x4_t limit = vdupq_n_f32(kTruncation);
+  return vbslq_f32(vcgtq_f32(v, limit), limit, v);
+#endif
+}
+
+// The four block factors of BlockFactors in the lanes of one vector: the same sums in the same
+// order, the IEEE square root and division.
+inline float32x4_t BlockFactors4(const float* energy, int32_t g, int32_t i, int32_t j) {
+  auto E = [&](int32_t r, int32_t c) { return energy[r * g + c]; };
+  const float side[4] = {E(i, j + 1), E(i, j + 1), E(i, j - 1), E(i, j - 1)};
+  const float vert[4] = {E(i + 1, j), E(i - 1, j), E(i + 1, j), E(i - 1, j)};
+  const float diag[4] = {E(i + 1, j + 1), E(i - 1, j + 1), E(i + 1, j - 1), E(i - 1, j - 1)};
+  const float32x4_t sum = vaddq_f32(
+      vaddq_f32(vaddq_f32(vdupq_n_f32(E(i, j)), vld1q_f32(side)), vld1q_f32(vert)), vld1q_f32(diag));
+  return zy::DivF32x4(vdupq_n_f32(1.0f), vaddq_f32(zy::SqrtF32x4(sum), vdupq_n_f32(kNormEpsilon)));
+}
+
+// One cell of nine values scaled by the four factors and truncated: 36 outputs, block b at
+// out[9b .. 9b + 8].
+inline void ScaleTruncate9x4(const float* in, float32x4_t factors, float* out) {
+  const float32x4_t lo = vld1q_f32(in);
+  const float32x4_t hi = vld1q_f32(in + 4);
+  const float32x4_t last = TruncateLanes(vmulq_f32(vdupq_n_f32(in[8]), factors));
+  float n[4];
+  vst1q_f32(n, factors);
+#pragma GCC unroll 4
+  for (int b = 0; b < 4; ++b) {
+    vst1q_f32(out + 9 * b, TruncateLanes(vmulq_n_f32(lo, n[b])));
+    vst1q_f32(out + 9 * b + 4, TruncateLanes(vmulq_n_f32(hi, n[b])));
+  }
+  vst1q_lane_f32(out + 8, last, 0);
+  vst1q_lane_f32(out + 17, last, 1);
+  vst1q_lane_f32(out + 26, last, 2);
+  vst1q_lane_f32(out + 35, last, 3);
+}
+#endif
+
 void Truncate(float* v, int64_t count) {
   for (int64_t q = 0; q < count; ++q) v[q] = v[q] > kTruncation ? kTruncation : v[q];
 }
@@ -49,11 +93,7 @@ void Truncate(float* v, int64_t count) {
 void ScaleTruncate(const float* in, int32_t count, float factor, float* out) {
   int32_t o = 0;
 #if ZY_HAVE_NEON
-  const float32x4_t limit = vdupq_n_f32(kTruncation);
-  for (; o + 4 <= count; o += 4) {
-    const float32x4_t v = vmulq_n_f32(vld1q_f32(in + o), factor);
-    vst1q_f32(out + o, vbslq_f32(vcgtq_f32(v, limit), limit, v));
-  }
+  for (; o + 4 <= count; o += 4) vst1q_f32(out + o, TruncateLanes(vmulq_n_f32(vld1q_f32(in + o), factor)));
 #endif
   for (; o < count; ++o) {
     const float v = in[o] * factor;
@@ -75,10 +115,16 @@ void NormalizeAndTruncateT(int32_t templateSize, int32_t F, float* cellFeat, flo
   const int32_t outF = 4 * F;
   for (int32_t i = 1; i <= k; ++i) {
     for (int32_t j = 1; j <= k; ++j) {
-      float n[4];
-      BlockFactors(blockNorm, g, i, j, n);
       const float* in = cellFeat + (static_cast<int64_t>(i) * g + j) * F;
       float* out = normFeat + (static_cast<int64_t>(i - 1) * k + (j - 1)) * outF;
+#if ZY_HAVE_NEON
+      if (kFused && F == 9) {
+        ScaleTruncate9x4(in, BlockFactors4(blockNorm, g, i, j), out);
+        continue;
+      }
+#endif
+      float n[4];
+      BlockFactors(blockNorm, g, i, j, n);
       for (int b = 0; b < 4; ++b) {
         if (kFused) {
           ScaleTruncate(in, 9, n[b], out + b * 9);
@@ -117,7 +163,7 @@ void normalizeAndTruncate27(int32_t templateSize, float* cellFeat, float* blockN
   NormalizeAndTruncate(templateSize, 27, cellFeat, blockNorm, normFeat);
 }
 
-void reduceFeatures9(int32_t templateSize, float* cellFeat) {
+void reduceFeatures9Reference(int32_t templateSize, float* cellFeat) {
   const int32_t k = NormCells(templateSize);
   if (k < 1 || cellFeat == nullptr) return;
   // Cell by cell in order: each output cell lies at or before its input cell.
@@ -127,6 +173,31 @@ void reduceFeatures9(int32_t templateSize, float* cellFeat) {
     for (int o = 0; o < 9; ++o) out[o] = 0.5f * (in[o] + in[9 + o] + in[18 + o] + in[27 + o]);
     std::memcpy(cellFeat + cell * 9, out, sizeof out);
   }
+}
+
+void reduceFeatures9(int32_t templateSize, float* cellFeat) {
+#if ZY_HAVE_NEON
+  const int32_t k = NormCells(templateSize);
+  if (k < 1 || cellFeat == nullptr) return;
+  const float32x4_t half = vdupq_n_f32(0.5f);
+  for (int64_t cell = 0; cell < static_cast<int64_t>(k) * k; ++cell) {
+    const float* in = cellFeat + cell * 36;
+    // Values 0..3 and 4..7 four at a time, value 8 alone; all read before any is stored.
+    float32x4_t sum[2];
+    for (int h = 0; h < 2; ++h) {
+      const float* v = in + 4 * h;
+      sum[h] = vmulq_f32(half, vaddq_f32(vaddq_f32(vaddq_f32(vld1q_f32(v), vld1q_f32(v + 9)), vld1q_f32(v + 18)),
+                                         vld1q_f32(v + 27)));
+    }
+    const float last = 0.5f * (in[8] + in[17] + in[26] + in[35]);
+    float* out = cellFeat + cell * 9;
+    vst1q_f32(out, sum[0]);
+    vst1q_f32(out + 4, sum[1]);
+    out[8] = last;
+  }
+#else
+  reduceFeatures9Reference(templateSize, cellFeat);
+#endif
 }
 
 void reduceFeatures27(int32_t templateSize, float* cellFeat) {

@@ -28,6 +28,9 @@ void normalizeAndTruncateReference(int32_t templateSize, int32_t F, float* cellF
 // In-place reduction of the k^2 normalised cells to 9 (or 31) values per cell.
 void reduceFeatures9(int32_t templateSize, float* cellFeat);
 void reduceFeatures27(int32_t templateSize, float* cellFeat);
+// The plain scalar form of reduceFeatures9, which gives the same bits four values at a time
+// where NEON (or SIMDe) is built.
+void reduceFeatures9Reference(int32_t templateSize, float* cellFeat);
 
 // Gaussian-kernel correlation of two feature maps (sums of squares e1, e2); result in t.kf.
 void gaussianCorrelation(TrackingInp& t, const Complex* x1, const Complex* x2, float e1, float e2);

@@ -187,7 +187,7 @@ TEST(Tracker, NormalisationTruncatesAboveTwoTenthsOnly) {
   EXPECT_EQ(cells[0], 0.5f * (0.2f + 0.2f + 0.2f + 0.2f));
 }
 
-// The fused four-wide normalisers against the plain two-pass form, for both cell sizes, on
+// The fused four-wide normalisers (and the reduction) against the plain forms, for both cell sizes, on
 // histograms whose normalised values fall on both sides of 0.2 and exactly on it, with
 // negative values and a NaN.
 TEST(Tracker, NormalisersEqualTheScalarFormBitForBit) {
@@ -212,6 +212,12 @@ TEST(Tracker, NormalisersEqualTheScalarFormBitForBit) {
     int truncated = 0;
     for (int q = 0; q < 4 * F * 256; ++q) truncated += refNorm[q] == 0.2f;
     EXPECT_GT(truncated, 0) << "some values were cut at 0.2";
+    if (F == 9) {
+      // And the reduction in place, four values at a time against the plain loop.
+      reduceFeatures9(64, fastCells.data());
+      reduceFeatures9Reference(64, refCells.data());
+      EXPECT_EQ(std::memcmp(fastCells.data(), refCells.data(), 36 * 256 * sizeof(float)), 0);
+    }
   }
 }
 
