@@ -147,6 +147,14 @@ bool ConvertRow(bool fast, const uint8_t* frame, int64_t frameBytes, const RowBa
         return false;
       }
     }
+#if ZY_HAVE_NEON
+    if (fast && kInside) {
+      // Inside the frame the vector form gathers its bytes itself.
+      const int32_t bases[4] = {rb.y0, rb.y1, rb.c0, rb.c1};
+      Nv21GatherToRgb_NEON(frame, bases, list + k, rowR + k, rowG + k, rowB + k);
+      continue;
+    }
+#endif
     Nv21Group8 g;
     GatherGroup<kInside>(frame, frameBytes, rb, list + k, &g);
 #if ZY_HAVE_NEON

@@ -29,6 +29,12 @@ struct Nv21Group8 {
 void Nv21Group8ToRgb_C(const Nv21Group8& s, uint8_t* r, uint8_t* g, uint8_t* b);
 #if ZY_HAVE_NEON
 void Nv21Group8ToRgb_NEON(const Nv21Group8& s, uint8_t* r, uint8_t* g, uint8_t* b);
+// The same group gathered straight from the frame into vectors: bases = the top and bottom
+// luma rows and chroma rows; pixel i reads its luma pairs at frame[bases[0..1] + o[i]] and its
+// chroma quads at frame[bases[2..3] + o[i]]. Every byte read must lie inside the frame (the
+// caller checks the row).
+void Nv21GatherToRgb_NEON(const uint8_t* frame, const int32_t bases[4], const int32_t o[8],
+                          uint8_t* r, uint8_t* g, uint8_t* b);
 #endif
 
 // The crop with a chosen kernel set; the public functions run it with kDefaultCropKernels.

@@ -7,6 +7,8 @@
 // 128-bit operation here is one or two SSE2 instructions.
 #include "features/yuv_rows.h"
 
+#include <cstring>
+
 #if ZY_HAVE_NEON
 
 namespace {
@@ -29,15 +31,16 @@ inline uint8x16_t ClampShiftNarrow(int16x8_t a, int16x8_t b) {
   return vcombine_u8(vqshrun_n_s16(a, 6), vqshrun_n_s16(b, 6));
 }
 
-}  // namespace
-
-void Nv21Group8ToRgb_NEON(const Nv21Group8& s, uint8_t* r, uint8_t* g, uint8_t* b) {
+// The conversion of a group from its six vectors: luma pairs of the top and bottom rows, and
+// the chroma quads of pixels 0..3 and 4..7 of both rows.
+inline void GroupToRgb(uint8x16_t lumaTop, uint8x16_t lumaBottom, uint8x16_t chromaTop03,
+                       uint8x16_t chromaTop47, uint8x16_t chromaBottom03, uint8x16_t chromaBottom47,
+                       uint8_t* r, uint8_t* g, uint8_t* b) {
   // Luma: pairs first, then the two rows.
-  const uint16x8_t ya = vrhaddq_u16(PairAverage16(vld1q_u8(s.lumaTop)), PairAverage16(vld1q_u8(s.lumaBottom)));
+  const uint16x8_t ya = vrhaddq_u16(PairAverage16(lumaTop), PairAverage16(lumaBottom));
   // Chroma: the V and U pairs of each row first, then the two rows; pixels 0..3 and 4..7.
-  const uint8x16_t c03 = vrhaddq_u8(QuadAverage(vld1q_u8(s.chromaTop)), QuadAverage(vld1q_u8(s.chromaBottom)));
-  const uint8x16_t c47 =
-      vrhaddq_u8(QuadAverage(vld1q_u8(s.chromaTop + 16)), QuadAverage(vld1q_u8(s.chromaBottom + 16)));
+  const uint8x16_t c03 = vrhaddq_u8(QuadAverage(chromaTop03), QuadAverage(chromaBottom03));
+  const uint8x16_t c47 = vrhaddq_u8(QuadAverage(chromaTop47), QuadAverage(chromaBottom47));
   // The even 16-bit lanes hold (U << 8) | V of each pixel.
   const uint16x8_t vu = vuzp1q_u16(vreinterpretq_u16_u8(c03), vreinterpretq_u16_u8(c47));
   const uint16x8_t va = vandq_u16(vu, vdupq_n_u16(0xFF));
@@ -61,6 +64,58 @@ void Nv21Group8ToRgb_NEON(const Nv21Group8& s, uint8_t* r, uint8_t* g, uint8_t* 
   vst1_u8(r, vget_low_u8(rg));
   vst1_u8(g, vget_high_u8(rg));
   vst1_u8(b, vqshrun_n_s16(bs, 6));
+}
+
+// Two bytes into 16-bit lane L, four into 32-bit lane L (a byte copy: the frame gives no
+// alignment). One insert from memory each on x86-64 and arm64.
+template <int L>
+inline uint16x8_t Insert16(uint16x8_t v, const uint8_t* p) {
+  uint16_t x;
+  std::memcpy(&x, p, sizeof x);
+  return vsetq_lane_u16(x, v, L);
+}
+template <int L>
+inline uint32x4_t Insert32(uint32x4_t v, const uint8_t* p) {
+  uint32_t x;
+  std::memcpy(&x, p, sizeof x);
+  return vsetq_lane_u32(x, v, L);
+}
+
+inline uint8x16_t GatherPairs(const uint8_t* frame, int64_t base, const int32_t o[8]) {
+  uint16x8_t v = vdupq_n_u16(0);
+  v = Insert16<0>(v, frame + (base + o[0]));
+  v = Insert16<1>(v, frame + (base + o[1]));
+  v = Insert16<2>(v, frame + (base + o[2]));
+  v = Insert16<3>(v, frame + (base + o[3]));
+  v = Insert16<4>(v, frame + (base + o[4]));
+  v = Insert16<5>(v, frame + (base + o[5]));
+  v = Insert16<6>(v, frame + (base + o[6]));
+  v = Insert16<7>(v, frame + (base + o[7]));
+  return vreinterpretq_u8_u16(v);
+}
+
+inline uint8x16_t GatherQuads(const uint8_t* frame, int64_t base, const int32_t o[4]) {
+  uint32x4_t v = vdupq_n_u32(0);
+  v = Insert32<0>(v, frame + (base + o[0]));
+  v = Insert32<1>(v, frame + (base + o[1]));
+  v = Insert32<2>(v, frame + (base + o[2]));
+  v = Insert32<3>(v, frame + (base + o[3]));
+  return vreinterpretq_u8_u32(v);
+}
+
+}  // namespace
+
+void Nv21Group8ToRgb_NEON(const Nv21Group8& s, uint8_t* r, uint8_t* g, uint8_t* b) {
+  GroupToRgb(vld1q_u8(s.lumaTop), vld1q_u8(s.lumaBottom), vld1q_u8(s.chromaTop),
+             vld1q_u8(s.chromaTop + 16), vld1q_u8(s.chromaBottom), vld1q_u8(s.chromaBottom + 16), r,
+             g, b);
+}
+
+void Nv21GatherToRgb_NEON(const uint8_t* frame, const int32_t bases[4], const int32_t o[8],
+                          uint8_t* r, uint8_t* g, uint8_t* b) {
+  GroupToRgb(GatherPairs(frame, bases[0], o), GatherPairs(frame, bases[1], o),
+             GatherQuads(frame, bases[2], o), GatherQuads(frame, bases[2], o + 4),
+             GatherQuads(frame, bases[3], o), GatherQuads(frame, bases[3], o + 4), r, g, b);
 }
 
 #endif  // ZY_HAVE_NEON
