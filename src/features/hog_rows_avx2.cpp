@@ -64,6 +64,7 @@ ZY_AVX2 void GradientMagnitudeBinsRow3_AVX2(const uint8_t* const row[3],
     // The last block is moved back to end at the row; shared pixels get the same values again.
     if (i > n - 8) i = n - 8;
     __m128i dx[3], dy[3];
+#pragma GCC unroll 3
     for (int ch = 0; ch < 3; ++ch) {
       dx[ch] = ByteDifferences8(row[ch] + i + 1, row[ch] + i - 1);
       dy[ch] = ByteDifferences8(below[ch] + i, above[ch] + i);
@@ -73,6 +74,7 @@ ZY_AVX2 void GradientMagnitudeBinsRow3_AVX2(const uint8_t* const row[3],
 
     // Squares of differences of bytes are exact in single precision (sums below 2^24).
     __m256 fx[3], fy[3], q[3];
+#pragma GCC unroll 3
     for (int ch = 0; ch < 3; ++ch) {
       fx[ch] = ToFloat8(dx[ch]);
       fy[ch] = ToFloat8(dy[ch]);
@@ -91,6 +93,7 @@ ZY_AVX2 void GradientMagnitudeBinsRow3_AVX2(const uint8_t* const row[3],
     const __m256 dot0 = _mm256_add_ps(_mm256_mul_ps(c[0], sx), _mm256_mul_ps(s[0], sy));
     __m256 best = _mm256_and_ps(dot0, absMask);
     __m256i code = _mm256_srli_epi32(_mm256_castps_si256(dot0), 31);
+#pragma GCC unroll 8
     for (int k = 1; k < 9; ++k) {
       const __m256 dot = _mm256_add_ps(_mm256_mul_ps(c[k], sx), _mm256_mul_ps(s[k], sy));
       const __m256 size = _mm256_and_ps(dot, absMask);
