@@ -99,7 +99,14 @@ struct NeonLanes {
     if constexpr (kLane == 2) {
       return {vld1q_f32(p)};
     } else {
+#if !defined(__aarch64__) && defined(SIMDE_X86_SSE_NATIVE)
+      // Two 8-byte halves straight into one register (SIMDe builds 64-bit vectors and
+      // shuffles them together).
+      const __m128 lo = _mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)));
+      return {simde_float32x4_from_m128(_mm_loadh_pi(lo, reinterpret_cast<const __m64*>(p + kLane)))};
+#else
       return {vcombine_f32(vld1_f32(p), vld1_f32(p + kLane))};
+#endif
     }
   }
   template <int kLane>
@@ -107,8 +114,14 @@ struct NeonLanes {
     if constexpr (kLane == 2) {
       vst1q_f32(p, a.v);
     } else {
+#if !defined(__aarch64__) && defined(SIMDE_X86_SSE_NATIVE)
+      const __m128 v = simde_float32x4_to_m128(a.v);
+      _mm_storel_pi(reinterpret_cast<__m64*>(p), v);
+      _mm_storeh_pi(reinterpret_cast<__m64*>(p + kLane), v);
+#else
       vst1_f32(p, vget_low_f32(a.v));
       vst1_f32(p + kLane, vget_high_f32(a.v));
+#endif
     }
   }
 };
