@@ -294,27 +294,45 @@ void ComputeGradients1(const uint8_t* data, int32_t width, int32_t height, int16
   }
 }
 
+namespace {
+// Pixel 1 of row y in each of the three planes, and the pixels straight above and below.
+struct PlaneRows {
+  const uint8_t* row[3];
+  const uint8_t* above[3];
+  const uint8_t* below[3];
+};
+
+PlaneRows PlaneRowsAt(const uint8_t* data, int32_t width, int32_t height, int32_t y) {
+  const size_t plane = static_cast<size_t>(width) * static_cast<size_t>(height);
+  const size_t d = static_cast<size_t>(y) * width + 1;
+  PlaneRows r;
+  for (int ch = 0; ch < 3; ++ch) {
+    r.row[ch] = data + ch * plane + d;
+    r.above[ch] = r.row[ch] - width;
+    r.below[ch] = r.row[ch] + width;
+  }
+  return r;
+}
+}  // namespace
+
 void ComputeGradients3(const uint8_t* data, int32_t width, int32_t height, int16_t* gradBufA,
                        int16_t* gradBufB, KernelChoice choice) {
   if (data == nullptr || gradBufA == nullptr || gradBufB == nullptr || height < 3 || width < 3) {
     return;
   }
   const bool fast = UseFastKernels(choice);
-  const size_t plane = static_cast<size_t>(width) * static_cast<size_t>(height);
   for (int32_t y = 1; y < height - 1; ++y) {
     const size_t d = static_cast<size_t>(y) * width + 1;
-    const uint8_t* row[3] = {data + d, data + plane + d, data + 2 * plane + d};
-    const uint8_t* above[3] = {row[0] - width, row[1] - width, row[2] - width};
-    const uint8_t* below[3] = {row[0] + width, row[1] + width, row[2] + width};
+    const PlaneRows r = PlaneRowsAt(data, width, height, y);
 #if ZY_HAVE_NEON
     if (fast) {
-      GradientRow3_NEON(row, above, below, width - 2, gradBufA + 3 * d, gradBufB + 3 * d);
+      GradientRow3_NEON(r.row, r.above, r.below, width - 2, gradBufA + 3 * d, gradBufB + 3 * d);
       continue;
     }
 #else
     (void)fast;
 #endif
-    GradientRow3_C(row, above, below, width - 2, gradBufA + 3 * d, gradBufB + 3 * d);
+    GradientRow3_C(r.row, r.above, r.below, width - 2, gradBufA + 3 * d, gradBufB + 3 * d);
   }
 }
 
@@ -442,14 +460,10 @@ uint32_t ComputeCellHistogramsWith(KernelChoice choice, uint32_t featuresPerCell
 #else
     const auto fusedRow = GradientMagnitudeBinsRow3_NEON;
 #endif
-    const size_t plane = static_cast<size_t>(width) * static_cast<size_t>(height);
     for (int32_t y = 1; y < height - 1; ++y) {
       const size_t d = static_cast<size_t>(y) * width + 1;
-      const uint8_t* data = image->data;
-      const uint8_t* row[3] = {data + d, data + plane + d, data + 2 * plane + d};
-      const uint8_t* above[3] = {row[0] - width, row[1] - width, row[2] - width};
-      const uint8_t* below[3] = {row[0] + width, row[1] + width, row[2] + width};
-      fusedRow(row, above, below, width - 2, gradBufA + 3 * d, gradBufB + 3 * d, kSectorCos,
+      const PlaneRows r = PlaneRowsAt(image->data, width, height, y);
+      fusedRow(r.row, r.above, r.below, width - 2, gradBufA + 3 * d, gradBufB + 3 * d, kSectorCos,
                kSectorSin, gradMag + d, gradBins + 2 * d);
     }
   } else
