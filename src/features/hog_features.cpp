@@ -87,8 +87,10 @@ void AccumulateCellT(const CellLayout& L, int32_t i, int32_t j, const float* gra
 // additions in the reference's pixel order, which is what keeps the sums identical. Bins are
 // checked once per pixel.
 template <uint32_t F>
-inline __attribute__((always_inline)) void AccumulateInteriorCell4(const CellLayout& L, int32_t i, int32_t j, const float* gradMag,
-                             const uint32_t* gradBins, float* cellFeat) {
+inline __attribute__((always_inline)) void AccumulateInteriorCell4(const CellLayout& L, int32_t i,
+                                                                   int32_t j, const float* gradMag,
+                                                                   const uint32_t* gradBins,
+                                                                   float* cellFeat) {
   const ptrdiff_t rowStride = static_cast<ptrdiff_t>(L.sizeX) * F;
   float* own = cellFeat + (static_cast<size_t>(i) * L.sizeX + j) * F;
   const float wx[8] = {L.cellWeights[0], L.cellWeights[1], L.cellWeights[2], L.cellWeights[3],
@@ -137,10 +139,13 @@ inline __attribute__((always_inline)) void AccumulateInteriorCell4(const CellLay
 // keeps its pointers in registers; on x86-64 CPUs with AVX2 a second copy compiled for them
 // (three-operand scalar instructions: the same operations, fewer register copies).
 template <uint32_t F>
-inline __attribute__((always_inline)) void AccumulateInteriorRowT(const CellLayout& L, int32_t i, int32_t lastJ,
-                                                                  const float* gradMag, const uint32_t* gradBins,
+inline __attribute__((always_inline)) void AccumulateInteriorRowT(const CellLayout& L, int32_t i,
+                                                                  int32_t lastJ, const float* gradMag,
+                                                                  const uint32_t* gradBins,
                                                                   float* cellFeat) {
-  for (int32_t j = 1; j <= lastJ; ++j) AccumulateInteriorCell4<F>(L, i, j, gradMag, gradBins, cellFeat);
+  for (int32_t j = 1; j <= lastJ; ++j) {
+    AccumulateInteriorCell4<F>(L, i, j, gradMag, gradBins, cellFeat);
+  }
 }
 
 using InteriorRow = void (*)(const CellLayout&, int32_t, int32_t, const float*, const uint32_t*, float*);
