@@ -84,30 +84,6 @@ TEST(Lifecycle, ResetOnANeverStartedHandleAllocatesEverySlotButNeedsTheBodyBuffe
   ASSERT_EQ(DestroyKoTrackingAlgo(&h), 0);
 }
 
-// The allocation points of Create in order: the handle, the assignment object, the body
-// buffer, then the thirty trackers.
-TEST(Lifecycle, CreateAllocationFailures) {
-  struct Case {
-    int k;
-    int code;
-    const char* line;
-  };
-  const Case cases[] = {{1, 2, "CreateKoTrackingAlgo algoHandle malloc error!"},
-                        {2, 2, "mHungarianAlgorithm fail!!!"},
-                        {3, 2, "CreateKoTrackingAlgo algoHandle lastFaceInfo malloc error!"},
-                        {4, 6, "Create tracking inplace failed!"},
-                        {33, 6, "Create tracking inplace failed!"}};
-  for (const Case& c : cases) {
-    LogCapture log;
-    AlgoHandle* h = reinterpret_cast<AlgoHandle*>(0x1);  // must stay untouched on failure
-    zy::FailNthAllocation(c.k);
-    EXPECT_EQ(CreateKoTrackingAlgo(&h), c.code) << "allocation " << c.k;
-    zy::FailNthAllocation(0);
-    EXPECT_TRUE(log.Has(c.line, kError)) << c.line;
-    EXPECT_EQ(h, reinterpret_cast<AlgoHandle*>(0x1));
-  }
-}
-
 TEST(Lifecycle, ResetFailureNamesTheSlotAndStops) {
   AlgoHandle* h = nullptr;
   ASSERT_EQ(CreateKoTrackingAlgo(&h), 0);
@@ -127,18 +103,6 @@ TEST(Lifecycle, ResetFailureNamesTheSlotAndStops) {
   ASSERT_EQ(ResetKoTrackingAlgo(h), 0);
   EXPECT_NE(h->koTrackingInp[5]->alphaf, nullptr);
   ASSERT_EQ(DestroyKoTrackingAlgo(&h), 0);
-}
-
-TEST(Lifecycle, DestroyingOneHandleStopsWorkersButTheOtherStillLoops) {
-  AlgoHandle* a = nullptr;
-  AlgoHandle* b = nullptr;
-  ASSERT_EQ(CreateKoTrackingAlgo(&a), 0);
-  ASSERT_EQ(CreateKoTrackingAlgo(&b), 0);
-  ASSERT_EQ(DestroyKoTrackingAlgo(&a), 0);
-  EXPECT_EQ(QTX::WorkerCount(GetSession()), 0);  // one runtime for the process
-  ASSERT_EQ(StartKoTrackingAlgo(b), 0);
-  ASSERT_EQ(ResetKoTrackingAlgo(b), 0);
-  ASSERT_EQ(DestroyKoTrackingAlgo(&b), 0);
 }
 
 }  // namespace
