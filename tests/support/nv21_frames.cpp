@@ -64,6 +64,9 @@ void DrawBody(Nv21Frame& f, float x, float y, float w, float h, uint32_t seed) {
       const int tu = static_cast<int>(std::floor((static_cast<float>(xx) - x) * sx));
       const int tv = static_cast<int>(std::floor((static_cast<float>(yy) - y) * sy));
       f.luma()[static_cast<size_t>(yy) * f.stride + xx] = TextureAt(seed, tu, tv);
+      // An odd height has no chroma row for its last luma row, an odd stride no V,U pair at
+      // its last column.
+      if (yy / 2 >= f.height / 2 || (xx | 1) >= f.stride) continue;
       uint8_t* p = f.chroma() + static_cast<size_t>(yy / 2) * f.stride + (xx & ~1);
       p[0] = v;
       p[1] = u;

@@ -39,5 +39,5 @@ void FillBackground(Nv21Frame& f, uint32_t seed);
 // Fills the whole frame with one luma value and neutral chroma.
 void FillFlat(Nv21Frame& f, uint8_t luma);
 // Draws a body: a rectangle at (x, y) of size w x h (rounded to pixels) textured in body
-// coordinates, with its own chroma.
+// coordinates, with its own chroma where the frame has chroma bytes for it.
 void DrawBody(Nv21Frame& f, float x, float y, float w, float h, uint32_t seed);
