@@ -1,37 +1,7 @@
 #include "scene.h"
 
-#include <algorithm>
 #include <cmath>
 #include <cstring>
-
-namespace {
-
-// A textured body with chroma of its own, drawn only where the frame has the bytes: an odd
-// height has no chroma row for its last luma row, an odd stride no V,U pair at its last column.
-void DrawBodyInFrame(Nv21Frame& f, const MovingBody& b) {
-  const int x0 = static_cast<int>(std::lround(b.x));
-  const int y0 = static_cast<int>(std::lround(b.y));
-  const int x1 = static_cast<int>(std::lround(b.x + b.w));
-  const int y1 = static_cast<int>(std::lround(b.y + b.h));
-  const float sx = 40.0f / std::max(1.0f, b.w);
-  const float sy = 80.0f / std::max(1.0f, b.h);
-  const uint8_t v = static_cast<uint8_t>(90 + (b.seed * 2654435761u >> 24) % 80);
-  const uint8_t u = static_cast<uint8_t>(90 + (b.seed * 2246822519u >> 24) % 80);
-  for (int y = std::max(0, y0); y < std::min(f.height, y1); ++y) {
-    for (int x = std::max(0, x0); x < std::min(f.width, x1); ++x) {
-      const int tu = static_cast<int>(std::floor((static_cast<float>(x) - b.x) * sx));
-      const int tv = static_cast<int>(std::floor((static_cast<float>(y) - b.y) * sy));
-      f.luma()[static_cast<size_t>(y) * f.stride + x] = TextureAt(b.seed, tu, tv);
-      if (y / 2 < f.height / 2 && (x | 1) < f.stride) {
-        uint8_t* p = f.chroma() + static_cast<size_t>(y / 2) * f.stride + (x & ~1);
-        p[0] = v;
-        p[1] = u;
-      }
-    }
-  }
-}
-
-}  // namespace
 
 SceneCaller::SceneCaller(int width, int height, int stride, uint32_t backgroundSeed)
     : frame(width, height, stride), background_(backgroundSeed) {
@@ -71,7 +41,10 @@ void SceneCaller::RemoveBody(int index) {
 
 void SceneCaller::Render() {
   FillBackground(frame, background_);
-  for (int i = 0; i < count_; ++i) DrawBodyInFrame(frame, bodies_[i]);
+  for (int i = 0; i < count_; ++i) {
+    const MovingBody& b = bodies_[i];
+    DrawBody(frame, b.x, b.y, b.w, b.h, b.seed);
+  }
 }
 
 int32_t SceneCaller::Process(bool first) {
