@@ -157,18 +157,6 @@ TEST(Tracker, IdenticalInputsGiveBitIdenticalResults) {
   EXPECT_EQ(std::memcmp(a.t.alphaf, b.t.alphaf, 256 * sizeof(Complex)), 0);
 }
 
-TEST(Tracker, FeaturesCarryOverFromCallToCall) {
-  Tracker tr;
-  Nv21Frame f = Scene(90, 70, 40, 80);
-  const float box[4] = {90, 70, 40, 80};
-  initTracker(tr.t, box, View(f));
-  float energy = 0;
-  getFeatures(tr.t, tr.t.featBuf, &energy, 1.0f);
-  const std::vector<Complex> first(tr.t.featBuf, tr.t.featBuf + 9 * 256);
-  getFeatures(tr.t, tr.t.featBuf, &energy, 1.0f);
-  EXPECT_NE(std::memcmp(first.data(), tr.t.featBuf, first.size() * sizeof(Complex)), 0);
-}
-
 TEST(Tracker, NormalisationTruncatesAboveTwoTenthsOnly) {
   // One bordered 18 x 18 grid of 9-value cells, all equal: every block norm is the same.
   std::vector<float> cells(36 * 256, 0.f), block(18 * 18), norm(36 * 256);
