@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <string>
 
-#include "common/zy_alloc.h"
 #include "common/zy_sysprop.h"
 
 namespace {
@@ -25,15 +24,6 @@ TEST(DebugFlag, OnlyALeadingOneSwitchesOnAndLongValuesAreTruncated) {
   EXPECT_EQ(__system_property_get(kProp, value), PROP_VALUE_MAX - 1);
   EXPECT_EQ(value[PROP_VALUE_MAX - 1], '\0');
   unsetenv(kProp);
-}
-
-TEST(AllocHook, FailsExactlyTheKthAllocationOnce) {
-  zy::FailNthAllocation(3);
-  int* p[4];
-  for (int*& q : p) q = zy::NewArray<int>(4);
-  EXPECT_TRUE(p[0] && p[1] && !p[2] && p[3]);  // fired once, then disarmed
-  for (int* q : p) delete[] q;
-  zy::FailNthAllocation(0);
 }
 
 }  // namespace
