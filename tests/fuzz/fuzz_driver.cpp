@@ -4,6 +4,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <cstdio>
@@ -306,19 +307,11 @@ struct Slot {
   ParamOut* out = nullptr;    // exactly one record, exactly 30 entries behind it
 };
 
-void FillReserved(ParamIn* in) {
-  std::memset(in->reserved0, kReservedFill, sizeof in->reserved0);
-  std::memset(in->reserved1, kReservedFill, sizeof in->reserved1);
-  std::memset(in->reserved2, kReservedFill, sizeof in->reserved2);
-  std::memset(in->reserved3, kReservedFill, sizeof in->reserved3);
-}
-
-bool AllBytes(const uint8_t* p, size_t n, uint8_t v) {
-  for (size_t i = 0; i < n; ++i) {
-    if (p[i] != v) return false;
-  }
-  return true;
-}
+// Byte ranges of the caller's records that belong to the caller alone.
+struct Span {
+  uint8_t* p;
+  size_t n;
+};
 
 class Driver {
  public:
@@ -469,13 +462,9 @@ class Driver {
     for (int32_t i = 0; i < n; ++i) {
       const SceneBody& b = scene_.body[i];
       const int32_t jitter = r_.In(-2, 2);
-      bodies[i].classId = b.classId;
-      bodies[i].bodyId = r_.In(-1, 31);
-      bodies[i].roi.left = Round(b.x) + jitter;
-      bodies[i].roi.top = Round(b.y) - jitter;
-      bodies[i].roi.right = Round(b.x + b.w) - 1;
-      bodies[i].roi.bottom = Round(b.y + b.h) - 1;
-      bodies[i].extra = b.extra ^ static_cast<uint32_t>(frameCount_);
+      bodies[i] = BodyInfo{b.classId, r_.In(-1, 31),
+                           {Round(b.x) + jitter, Round(b.y) - jitter, Round(b.x + b.w) - 1, Round(b.y + b.h) - 1},
+                           b.extra ^ static_cast<uint32_t>(frameCount_)};
     }
     Frame(s, first ? 1 : 0, n, -1);
   }
@@ -487,14 +476,12 @@ class Driver {
     // The array holds what the count promises, up to the most any frame may use plus a few.
     const int32_t entries = n < 0 ? 0 : (n > kSceneMax ? kSceneMax : n);
     BodyInfo* bodies = MakeBodies(entries);
+    // Braced initialisers are evaluated in order: class, identity, left, top, right, bottom, extra.
     for (int32_t i = 0; i < entries; ++i) {
-      bodies[i].classId = r_.In(-1, 3);
-      bodies[i].bodyId = r_.I32();
-      bodies[i].roi.left = WildCoordinate(r_, geometry_.width);
-      bodies[i].roi.top = WildCoordinate(r_, geometry_.height);
-      bodies[i].roi.right = WildCoordinate(r_, geometry_.width);
-      bodies[i].roi.bottom = WildCoordinate(r_, geometry_.height);
-      bodies[i].extra = r_.Bits(4);
+      bodies[i] = BodyInfo{r_.In(-1, 3), r_.I32(),
+                           {WildCoordinate(r_, geometry_.width), WildCoordinate(r_, geometry_.height),
+                            WildCoordinate(r_, geometry_.width), WildCoordinate(r_, geometry_.height)},
+                           r_.Bits(4)};
     }
     Frame(s, flag, n, -1);
   }
@@ -518,7 +505,10 @@ class Driver {
       budget_ -= work;
     }
     PrepareImage();
-    FillReserved(in_);
+    const Span reserved[] = {{in_->reserved0, sizeof in_->reserved0},     {in_->reserved1, sizeof in_->reserved1},
+                             {in_->reserved2, sizeof in_->reserved2},     {in_->reserved3, sizeof in_->reserved3},
+                             {s.out->reserved0, sizeof s.out->reserved0}, {s.out->reserved1, sizeof s.out->reserved1}};
+    for (const Span& r : reserved) std::memset(r.p, kReservedFill, r.n);
     in_->width = geometry_.width;
     in_->height = geometry_.height;
     in_->stride = geometry_.stride;
@@ -554,12 +544,9 @@ class Driver {
     s.out->bodies = outBodies;  // put back what a null variant took away
 
     ZY_FUZZ_CHECK(rc == (nulled ? 1 : 0), rc);
-    ZY_FUZZ_CHECK(AllBytes(in_->reserved0, sizeof in_->reserved0, kReservedFill), 0);
-    ZY_FUZZ_CHECK(AllBytes(in_->reserved1, sizeof in_->reserved1, kReservedFill), 1);
-    ZY_FUZZ_CHECK(AllBytes(in_->reserved2, sizeof in_->reserved2, kReservedFill), 2);
-    ZY_FUZZ_CHECK(AllBytes(in_->reserved3, sizeof in_->reserved3, kReservedFill), 3);
-    ZY_FUZZ_CHECK(AllBytes(s.out->reserved0, sizeof s.out->reserved0, kReservedFill), 4);
-    ZY_FUZZ_CHECK(AllBytes(s.out->reserved1, sizeof s.out->reserved1, kReservedFill), 5);
+    for (const Span& r : reserved) {
+      ZY_FUZZ_CHECK(std::all_of(r.p, r.p + r.n, [](uint8_t b) { return b == kReservedFill; }), &r - reserved);
+    }
 
     if (nulled || !geometryOk) {
       ZY_FUZZ_CHECK(std::memcmp(&outBefore, s.out, sizeof outBefore) == 0, flag);
@@ -607,8 +594,7 @@ class Driver {
       ZY_FUZZ_CHECK(b.right >= 0 && b.right < geometry_.stride, b.right);
       ZY_FUZZ_CHECK(b.top >= 0 && b.top < geometry_.height, b.top);
       ZY_FUZZ_CHECK(b.bottom >= 0 && b.bottom < geometry_.height, b.bottom);
-      ZY_FUZZ_CHECK(o[i].classId == s.last[i].classId, i);
-      ZY_FUZZ_CHECK(o[i].bodyId == s.last[i].bodyId, i);
+      ZY_FUZZ_CHECK(o[i].classId == s.last[i].classId && o[i].bodyId == s.last[i].bodyId, i);
       const uint32_t extra = i < n ? inBodies_[i].extra : s.last[i].extra;
       ZY_FUZZ_CHECK(o[i].extra == extra, i);
     }
