@@ -11,7 +11,6 @@
 // Prints resident memory every N frames (default 10,000) and one summary line; exits non-zero
 // on the first violation.
 #include <android/log.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -36,23 +35,16 @@ constexpr bool kSanitized = false;
 #endif
 
 
-long ResidentKb() {
-  long pages = 0, resident = 0;
-  FILE* f = std::fopen("/proc/self/statm", "r");
-  if (f == nullptr) return -1;
-  const int got = std::fscanf(f, "%ld %ld", &pages, &resident);
-  std::fclose(f);
-  return got == 2 ? resident * (sysconf(_SC_PAGESIZE) / 1024) : -1;
-}
-
-// The most resident memory the process has had (VmHWM), in kB.
-long PeakResidentKb() {
+// A field of /proc/self/status in kB: "VmRSS", resident memory now, or "VmHWM", the most it
+// has been.
+long StatusKb(const char* field) {
   FILE* f = std::fopen("/proc/self/status", "r");
   if (f == nullptr) return -1;
   char line[256];
   long kb = -1;
-  while (std::fgets(line, sizeof line, f) != nullptr) {
-    if (std::sscanf(line, "VmHWM: %ld kB", &kb) == 1) break;
+  const size_t n = std::strlen(field);
+  while (kb < 0 && std::fgets(line, sizeof line, f) != nullptr) {
+    if (std::strncmp(line, field, n) == 0 && line[n] == ':') kb = std::atol(line + n + 1);
   }
   std::fclose(f);
   return kb;
@@ -130,11 +122,11 @@ int main(int argc, char** argv) {
     int pendingReinit = 0;
     for (long f = 0; f < recreateEvery && s.frames < frames; ++f, ++s.frames) {
       if (reportEvery > 0 && s.frames > 0 && s.frames % reportEvery == 0) {
-        std::printf("zy_soak: frame %ld, resident memory %ld kB\n", s.frames, ResidentKb());
+        std::printf("zy_soak: frame %ld, resident memory %ld kB\n", s.frames, StatusKb("VmRSS"));
         std::fflush(stdout);
       }
       // After the first report: its first printf maps the C library's formatting code.
-      if (s.frames == warmupFrames) rssWarm = ResidentKb();
+      if (s.frames == warmupFrames) rssWarm = StatusKb("VmRSS");
       bool changed = false;
       // Bodies leave once off the frame, or at random; new ones appear.
       for (int i = c.BodyCount() - 1; i >= 0; --i) {
@@ -198,13 +190,13 @@ int main(int argc, char** argv) {
     }
     if (c.Destroy() != 0) Fail(s, "destroy");
   }
-  const long rssEnd = ResidentKb();
+  const long rssEnd = StatusKb("VmRSS");
   std::printf(
       "zy_soak: frames %ld (tracking %ld, re-initialisations %ld, resets %ld, handles %ld), bodies appeared "
       "%ld left %ld, body-frames %ld, most bodies %ld, refused boxes %ld, allocations on tracking frames %ld, "
       "resident memory after warm-up %ld kB, at end %ld kB, peak %ld kB\n",
       s.frames, s.tracking, s.reinits, s.resets, s.handles, s.appeared, s.left, s.bodyFrames, s.maxBodies,
-      s.refusedBoxes, s.trackingAllocations, rssWarm, rssEnd, PeakResidentKb());
+      s.refusedBoxes, s.trackingAllocations, rssWarm, rssEnd, StatusKb("VmHWM"));
   if (!kSanitized && rssWarm > 0 && rssEnd - rssWarm > slackKb) {
     std::fprintf(stderr, "zy_soak: FAILED: resident memory grew by %ld kB\n", rssEnd - rssWarm);
     return 1;
