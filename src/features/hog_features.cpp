@@ -367,8 +367,7 @@ void ComputeMagnitudeBins1(int32_t width, int32_t height, const int16_t* gradBuf
 
 void ComputeMagnitudeBins3(int32_t width, int32_t height, int32_t channels, const int16_t* gradBufA,
                            const int16_t* gradBufB, float* gradMag, const float* sectorCos,
-                           const float* sectorSin, uint32_t* gradBins, KernelChoice choice,
-                           bool byteDifferences) {
+                           const float* sectorSin, uint32_t* gradBins, KernelChoice choice) {
   if (channels != 3 || gradBufA == nullptr || gradBufB == nullptr || gradMag == nullptr ||
       gradBins == nullptr || sectorCos == nullptr || sectorSin == nullptr || height < 3 ||
       width < 3) {
@@ -379,14 +378,12 @@ void ComputeMagnitudeBins3(int32_t width, int32_t height, int32_t channels, cons
     const size_t d = static_cast<size_t>(y) * width + 1;
 #if ZY_HAVE_NEON
     if (fast) {
-      (byteDifferences ? MagnitudeBinsRow3Bytes_NEON : MagnitudeBinsRow3_NEON)(
-          gradBufA + 3 * d, gradBufB + 3 * d, width - 2, sectorCos, sectorSin, gradMag + d,
-          gradBins + 2 * d);
+      MagnitudeBinsRow3_NEON(gradBufA + 3 * d, gradBufB + 3 * d, width - 2, sectorCos, sectorSin,
+                             gradMag + d, gradBins + 2 * d);
       continue;
     }
 #else
     (void)fast;
-    (void)byteDifferences;
 #endif
     MagnitudeBinsRow3_C(gradBufA + 3 * d, gradBufB + 3 * d, width - 2, sectorCos, sectorSin,
                         gradMag + d, gradBins + 2 * d);
@@ -453,7 +450,6 @@ uint32_t ComputeCellHistogramsWith(KernelChoice choice, uint32_t featuresPerCell
     return kFail;
   }
 
-  // Gradients computed here are differences of bytes, which the magnitude rows may rely on.
   const bool ownGradients = gradBufA != nullptr && gradBufB != nullptr && image->data != nullptr;
   // The fast three-channel rows do both passes row by row in one kernel: the same scratch,
   // magnitudes and bins.
@@ -483,7 +479,7 @@ uint32_t ComputeCellHistogramsWith(KernelChoice choice, uint32_t featuresPerCell
   // Without gradient buffers the magnitudes and bins stay as they are, too.
   if (channels == 3 && !fused) {
     ComputeMagnitudeBins3(width, height, 3, gradBufA, gradBufB, gradMag, kSectorCos, kSectorSin,
-                          gradBins, choice, ownGradients);
+                          gradBins, choice);
   } else if (channels == 1) {
     ComputeMagnitudeBins1(width, height, gradBufA, gradBufB, gradMag, kSectorCos, kSectorSin,
                           gradBins, choice);

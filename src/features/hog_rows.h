@@ -33,9 +33,7 @@ void ComputeGradients3(const uint8_t* data, int32_t width, int32_t height, int16
 
 // Per interior pixel: magnitude sqrt(dx^2 + dy^2) into gradMag[d], unsigned and signed bins
 // into gradBins[2d], gradBins[2d + 1]. The three-channel form (channels must be 3) takes the
-// channel of the largest squared magnitude, the earlier one on ties. byteDifferences promises
-// that every difference lies in -255..255 (gradients of bytes), which lets the fast
-// three-channel row square in single precision.
+// channel of the largest squared magnitude, the earlier one on ties.
 void ComputeMagnitudeBins1(int32_t width, int32_t height, const int16_t* gradBufA,
                            const int16_t* gradBufB, float* gradMag, const float* sectorCos,
                            const float* sectorSin, uint32_t* gradBins,
@@ -43,7 +41,7 @@ void ComputeMagnitudeBins1(int32_t width, int32_t height, const int16_t* gradBuf
 void ComputeMagnitudeBins3(int32_t width, int32_t height, int32_t channels, const int16_t* gradBufA,
                            const int16_t* gradBufB, float* gradMag, const float* sectorCos,
                            const float* sectorSin, uint32_t* gradBins,
-                           KernelChoice choice = kDefaultKernels, bool byteDifferences = false);
+                           KernelChoice choice = kDefaultKernels);
 
 // The drivers with a chosen kernel set; featuresPerCell is 27 (full) or 9 (light).
 uint32_t ComputeCellHistogramsWith(KernelChoice choice, uint32_t featuresPerCell,
@@ -75,11 +73,6 @@ void MagnitudeBinsRow1_NEON(const int16_t* dx, const int16_t* dy, int32_t n, con
 void MagnitudeBinsRow3_NEON(const int16_t* dx3, const int16_t* dy3, int32_t n,
                             const float* sectorCos, const float* sectorSin, float* mag,
                             uint32_t* bins);
-// The same for differences of bytes only (every |dx|, |dy| <= 255, as the drivers' own
-// gradients are): the squared magnitudes are formed in single precision, where they are exact.
-void MagnitudeBinsRow3Bytes_NEON(const int16_t* dx3, const int16_t* dy3, int32_t n,
-                                 const float* sectorCos, const float* sectorSin, float* mag,
-                                 uint32_t* bins);
 // GradientRow3 and then MagnitudeBinsRow3 of the same pixels in one pass, eight pixels at a
 // time, the differences going from registers to the sector search (the interleaved gradients
 // are still written). Rows of eight pixels or more end with a block that overlaps the one

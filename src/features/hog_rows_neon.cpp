@@ -190,26 +190,6 @@ void MagnitudeBinsRow3_NEON(const int16_t* dx3, const int16_t* dy3, int32_t n,
   MagnitudeBinsRow3_C(dx3 + 3 * i, dy3 + 3 * i, n - i, sectorCos, sectorSin, mag + i, bins + 2 * i);
 }
 
-void MagnitudeBinsRow3Bytes_NEON(const int16_t* dx3, const int16_t* dy3, int32_t n,
-                                 const float* sectorCos, const float* sectorSin, float* mag,
-                                 uint32_t* bins) {
-  const SectorVectors sv = LoadSectors(sectorCos, sectorSin);
-  int32_t i = 0;
-  for (; i + 4 <= n; i += 4) {
-    int32x4_t x[3], y[3];
-    Load3(dx3 + 3 * i, &x[0], &x[1], &x[2]);
-    Load3(dy3 + 3 * i, &y[0], &y[1], &y[2]);
-    float32x4_t fx[3], fy[3];
-#pragma GCC unroll 3
-    for (int ch = 0; ch < 3; ++ch) {
-      fx[ch] = vcvtq_f32_s32(x[ch]);
-      fy[ch] = vcvtq_f32_s32(y[ch]);
-    }
-    MagnitudeBins4Bytes(sv, fx, fy, mag + i, bins + 2 * i);
-  }
-  MagnitudeBinsRow3_C(dx3 + 3 * i, dy3 + 3 * i, n - i, sectorCos, sectorSin, mag + i, bins + 2 * i);
-}
-
 namespace {
 // Differences of eight bytes widened to 16 bits (modulo 2^16, read back as signed: exactly
 // -255..255). SIMDe widens a 64-bit vector in two halves; on x86-64 one zero-extending
