@@ -26,6 +26,14 @@ inline uint8x16_t QuadAverage(uint8x16_t quads) {
   return vrhaddq_u8(quads, next);
 }
 
+// a + b and a - b modulo 2^16 per lane.
+inline int16x8_t AddWrap(int16x8_t a, int16x8_t b) {
+  return vreinterpretq_s16_u16(vaddq_u16(vreinterpretq_u16_s16(a), vreinterpretq_u16_s16(b)));
+}
+inline int16x8_t SubWrap(int16x8_t a, int16x8_t b) {
+  return vreinterpretq_s16_u16(vsubq_u16(vreinterpretq_u16_s16(a), vreinterpretq_u16_s16(b)));
+}
+
 // clamp(x, 0, 16383) >> 6 of two vectors, narrowed to 16 bytes (a in 0..7, b in 8..15).
 inline uint8x16_t ClampShiftNarrow(int16x8_t a, int16x8_t b) {
   return vcombine_u8(vqshrun_n_s16(a, 6), vqshrun_n_s16(b, 6));
@@ -51,12 +59,14 @@ inline void GroupToRgb(uint8x16_t lumaTop, uint8x16_t lumaBottom, uint8x16_t chr
   const int16x8_t vp = vreinterpretq_s16_u16(vsubq_u16(va, vdupq_n_u16(128)));
   const int16x8_t up = vreinterpretq_s16_u16(vsubq_u16(ua, vdupq_n_u16(128)));
 
-  // Lane arithmetic wraps in 16 bits: that wrap is part of this form's result.
-  const int16x8_t yc = vaddq_s16(vmulq_n_s16(yp, 74), vshrq_n_s16(yp, 1));
-  const int16x8_t rs = vaddq_s16(yc, vaddq_s16(vmulq_n_s16(vp, 102), vshrq_n_s16(vp, 3)));
-  const int16x8_t gs = vsubq_s16(vsubq_s16(vsubq_s16(yc, vmulq_n_s16(vp, 52)), vshrq_n_s16(vp, 4)),
-                                 vmulq_n_s16(up, 25));
-  const int16x8_t bs = vaddq_s16(yc, vaddq_s16(vmulq_n_s16(up, 129), vshrq_n_s16(up, 3)));
+  // Lane arithmetic wraps in 16 bits: that wrap is part of this form's result. The sums and
+  // differences are made in unsigned lanes, where wrapping is defined in C++ too (arm_neon.h
+  // writes the signed ones as signed vector arithmetic); the products stay below 2^15.
+  const int16x8_t yc = AddWrap(vmulq_n_s16(yp, 74), vshrq_n_s16(yp, 1));
+  const int16x8_t rs = AddWrap(yc, AddWrap(vmulq_n_s16(vp, 102), vshrq_n_s16(vp, 3)));
+  const int16x8_t gs = SubWrap(SubWrap(SubWrap(yc, vmulq_n_s16(vp, 52)), vshrq_n_s16(vp, 4)),
+                               vmulq_n_s16(up, 25));
+  const int16x8_t bs = AddWrap(yc, AddWrap(vmulq_n_s16(up, 129), vshrq_n_s16(up, 3)));
 
   // clamp(x, 0, 16383) >> 6 is a saturating narrowing shift: negatives give 0, anything
   // above 16383 gives 255.
