@@ -74,6 +74,24 @@ void BM_CropConvert(benchmark::State& state) {
 }
 BENCHMARK(BM_CropConvert)->Arg(0)->Arg(1);
 
+// The same crop from frames that are not in the cache, as a camera's are: a new one of 32
+// copies (about 100 MB, past the last-level cache) on every call.
+void BM_CropConvertCold(benchmark::State& state) {
+  constexpr size_t kCopies = 32;
+  const auto& f = Frame1080();
+  std::vector<std::vector<uint8_t>> frames(kCopies, f);
+  std::vector<uint8_t> dst(72 * 72 * 3);
+  const float roi[4] = {700.3f, 300.7f, 500.0f, 500.0f};
+  size_t k = 0;
+  for (auto _ : state) {
+    CropResizeYuv2rgbAccWith(Choice(state), frames[k].data(), 1920, 1080, dst.data(), roi, 72, 72, 3);
+    k = (k + 1) % kCopies;
+    benchmark::DoNotOptimize(dst.data());
+  }
+  Label(state);
+}
+BENCHMARK(BM_CropConvertCold)->Arg(0)->Arg(1);
+
 // A realistic 72 x 72 patch: the crop of a textured body.
 std::vector<uint8_t> Patch() {
   std::vector<uint8_t> dst(72 * 72 * 3);

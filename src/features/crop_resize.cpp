@@ -126,17 +126,44 @@ void ConvertOne(const uint8_t* frame, int64_t frameBytes, const RowBases& rb, in
   YuvToRgbOne(ya, ua, va, rgb);
 }
 
+// Load plans of a crop's whole groups of eight (up to the stack list's capacity) and how far
+// past its offsets the planned loads of any group read.
+struct GroupPlans {
+  static constexpr int32_t kGroups = kColumnListCapacity / 8;
+  bool ok[kGroups];
+  Nv21LoadPlan8 plan[kGroups];
+  int32_t loadEnd;  // largest planned load offset + kLoadPlanReach; INT32_MIN when none
+};
+
+void MakeGroupPlans(const int32_t* list, int32_t n, GroupPlans* p) {
+  p->loadEnd = INT32_MIN;
+  for (int32_t g = 0; g < GroupPlans::kGroups; ++g) {
+    const int32_t k = 8 * g;
+    p->ok[g] = k + 8 <= n && MakeNv21LoadPlan8(list + k, &p->plan[g]);
+    if (p->ok[g] && list[k + 4] > INT32_MAX - kLoadPlanReach) p->ok[g] = false;
+    if (p->ok[g] && list[k + 4] + kLoadPlanReach > p->loadEnd) p->loadEnd = list[k + 4] + kLoadPlanReach;
+  }
+}
+
+// True when the planned loads of a row inside the frame stay inside it too.
+bool PlanLoadsInsideFrame(const RowBases& rb, const GroupPlans& p, int64_t frameBytes) {
+  const int64_t end = p.loadEnd;
+  return rb.y0 + end <= frameBytes && rb.y1 + end <= frameBytes && rb.c0 + end <= frameBytes &&
+         rb.c1 + end <= frameBytes;
+}
+
 inline bool AboveMax(int32_t base, int32_t o, int32_t maxIndex) {
   return Wrap32(static_cast<int64_t>(base) + o) > maxIndex;
 }
 
 // Converts one crop row: entries in whole groups of eight with the eight-wide form, the rest
 // one at a time. Returns false (after logging) when an entry's index passes maxIndex; the
-// entries before it stay written.
+// entries before it stay written. `plans`, when given, lets the fast form read the planned
+// groups by whole loads (the caller checks that they stay inside the frame).
 template <bool kInside>
 bool ConvertRow(bool fast, const uint8_t* frame, int64_t frameBytes, const RowBases& rb,
-                const int32_t* list, int32_t n, int32_t maxIndex, bool belowMax, uint8_t* rowR,
-                uint8_t* rowG, uint8_t* rowB) {
+                const int32_t* list, int32_t n, int32_t maxIndex, bool belowMax,
+                const GroupPlans* plans, uint8_t* rowR, uint8_t* rowG, uint8_t* rowB) {
   int32_t k = 0;
   for (; k + 8 <= n; k += 8) {
     for (int i = 0; i < 8 && !belowMax; ++i) {
@@ -151,7 +178,11 @@ bool ConvertRow(bool fast, const uint8_t* frame, int64_t frameBytes, const RowBa
     if (fast && kInside) {
       // Inside the frame the vector form gathers its bytes itself.
       const int32_t bases[4] = {rb.y0, rb.y1, rb.c0, rb.c1};
-      Nv21GatherToRgb_NEON(frame, bases, list + k, rowR + k, rowG + k, rowB + k);
+      if (plans != nullptr && plans->ok[k / 8]) {
+        Nv21LoadToRgb_NEON(frame, bases, list + k, plans->plan[k / 8], rowR + k, rowG + k, rowB + k);
+      } else {
+        Nv21GatherToRgb_NEON(frame, bases, list + k, rowR + k, rowG + k, rowB + k);
+      }
       continue;
     }
 #endif
@@ -164,6 +195,7 @@ bool ConvertRow(bool fast, const uint8_t* frame, int64_t frameBytes, const RowBa
     }
 #else
     (void)fast;
+    (void)plans;
 #endif
     Nv21Group8ToRgb_C(g, rowR + k, rowG + k, rowB + k);
   }
@@ -238,6 +270,11 @@ uint32_t ProcThreeChannelDataWith(KernelChoice choice, const uint8_t* frame, uin
         static_cast<int64_t>(left) + static_cast<uint32_t>(width * static_cast<uint32_t>(height)) +
         TruncToInt32(static_cast<float>(top) * 0.5f * static_cast<float>(width)));
     const size_t plane = static_cast<size_t>(outW) * outH;
+    // Columns close together (windows up to about four times the output) are read by whole
+    // loads; the plans are made once for all rows.
+    GroupPlans plans;
+    const bool planned = ZY_HAVE_NEON && fast && n <= kColumnListCapacity;
+    if (planned) MakeGroupPlans(list, n, &plans);
     for (uint32_t r = 0; r < outH; ++r) {
       const int32_t sy = FloorToInt32(static_cast<float>(r) * scale);
       if (sy < startY || sy >= rowLimit - 1) continue;
@@ -253,11 +290,13 @@ uint32_t ProcThreeChannelDataWith(KernelChoice choice, const uint8_t* frame, uin
       // index tests of every entry of the row.
       const bool belowMax = inside && !AboveMax(rb.y0, omax, maxIndex) && !AboveMax(rb.y1, omax, maxIndex) &&
                             !AboveMax(rb.c0, omax, maxIndex) && !AboveMax(rb.c1, omax, maxIndex);
+      const GroupPlans* rowPlans =
+          planned && inside && PlanLoadsInsideFrame(rb, plans, frameBytes) ? &plans : nullptr;
       const bool ok =
-          inside ? ConvertRow<true>(fast, frame, frameBytes, rb, list, n, maxIndex, belowMax, rowR,
-                                    rowR + plane, rowR + 2 * plane)
-                 : ConvertRow<false>(fast, frame, frameBytes, rb, list, n, maxIndex, false, rowR,
-                                     rowR + plane, rowR + 2 * plane);
+          inside ? ConvertRow<true>(fast, frame, frameBytes, rb, list, n, maxIndex, belowMax,
+                                    rowPlans, rowR, rowR + plane, rowR + 2 * plane)
+                 : ConvertRow<false>(fast, frame, frameBytes, rb, list, n, maxIndex, false, nullptr,
+                                     rowR, rowR + plane, rowR + 2 * plane);
       if (!ok) {
         result = kFail;
         break;

@@ -24,6 +24,19 @@ struct Nv21Group8 {
   uint8_t chromaBottom[32];
 };
 
+// A group whose columns lie close together read with two 16-byte loads per frame row instead
+// of a fetch per pixel: pixels 0..3 from the load at their first offset o[0], pixels 4..7 from
+// the load at o[4]. luma[h] / chroma[h] pick each pixel's luma pair / chroma quad out of half
+// h's load (unused luma bytes 0xFF). Built only when o[4h + 3] - o[4h] <= 12 for both halves,
+// so that every quad lies inside its 16 bytes.
+struct Nv21LoadPlan8 {
+  uint8_t luma[2][16];
+  uint8_t chroma[2][16];
+};
+constexpr int32_t kLoadPlanReach = 16;  // bytes read from each load offset
+// Fills *plan for offsets o[0..7] (non-decreasing); false when the columns lie too far apart.
+bool MakeNv21LoadPlan8(const int32_t o[8], Nv21LoadPlan8* plan);
+
 // Averages each pixel's 2x2 luma and its two V and two U pairs (rounding halving averages,
 // pairs first) and converts them in the eight-wide form into r[0..7], g[0..7], b[0..7].
 void Nv21Group8ToRgb_C(const Nv21Group8& s, uint8_t* r, uint8_t* g, uint8_t* b);
@@ -35,6 +48,10 @@ void Nv21Group8ToRgb_NEON(const Nv21Group8& s, uint8_t* r, uint8_t* g, uint8_t* 
 // caller checks the row).
 void Nv21GatherToRgb_NEON(const uint8_t* frame, const int32_t bases[4], const int32_t o[8],
                           uint8_t* r, uint8_t* g, uint8_t* b);
+// The same group read by its load plan: kLoadPlanReach bytes from bases[0..3] + o[0] and
+// + o[4], all of which must lie inside the frame.
+void Nv21LoadToRgb_NEON(const uint8_t* frame, const int32_t bases[4], const int32_t o[8],
+                        const Nv21LoadPlan8& plan, uint8_t* r, uint8_t* g, uint8_t* b);
 #endif
 
 // The crop with a chosen kernel set; the public functions run it with kDefaultCropKernels.

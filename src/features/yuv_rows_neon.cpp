@@ -113,6 +113,27 @@ inline uint8x16_t GatherQuads(const uint8_t* frame, int64_t base, const int32_t 
   return vreinterpretq_u8_u32(v);
 }
 
+// Half h's 16 bytes of the four rows, picked apart by the plan: luma pairs of pixels 4h..4h+3
+// in bytes 0..7, chroma quads in bytes 0..15.
+struct HalfGroup {
+  uint8x16_t lumaTop, lumaBottom, chromaTop, chromaBottom;
+};
+
+inline HalfGroup LoadHalf(const uint8_t* frame, const int32_t bases[4], int32_t o,
+                          const uint8x16_t lumaPick, const uint8x16_t chromaPick) {
+  HalfGroup g;
+  g.lumaTop = vqtbl1q_u8(vld1q_u8(frame + (static_cast<int64_t>(bases[0]) + o)), lumaPick);
+  g.lumaBottom = vqtbl1q_u8(vld1q_u8(frame + (static_cast<int64_t>(bases[1]) + o)), lumaPick);
+  g.chromaTop = vqtbl1q_u8(vld1q_u8(frame + (static_cast<int64_t>(bases[2]) + o)), chromaPick);
+  g.chromaBottom = vqtbl1q_u8(vld1q_u8(frame + (static_cast<int64_t>(bases[3]) + o)), chromaPick);
+  return g;
+}
+
+// The low eight bytes of a and of b.
+inline uint8x16_t JoinLow(uint8x16_t a, uint8x16_t b) {
+  return vreinterpretq_u8_u64(vzip1q_u64(vreinterpretq_u64_u8(a), vreinterpretq_u64_u8(b)));
+}
+
 }  // namespace
 
 void Nv21Group8ToRgb_NEON(const Nv21Group8& s, uint8_t* r, uint8_t* g, uint8_t* b) {
@@ -126,6 +147,14 @@ void Nv21GatherToRgb_NEON(const uint8_t* frame, const int32_t bases[4], const in
   GroupToRgb(GatherPairs(frame, bases[0], o), GatherPairs(frame, bases[1], o),
              GatherQuads(frame, bases[2], o), GatherQuads(frame, bases[2], o + 4),
              GatherQuads(frame, bases[3], o), GatherQuads(frame, bases[3], o + 4), r, g, b);
+}
+
+void Nv21LoadToRgb_NEON(const uint8_t* frame, const int32_t bases[4], const int32_t o[8],
+                        const Nv21LoadPlan8& plan, uint8_t* r, uint8_t* g, uint8_t* b) {
+  const HalfGroup lo = LoadHalf(frame, bases, o[0], vld1q_u8(plan.luma[0]), vld1q_u8(plan.chroma[0]));
+  const HalfGroup hi = LoadHalf(frame, bases, o[4], vld1q_u8(plan.luma[1]), vld1q_u8(plan.chroma[1]));
+  GroupToRgb(JoinLow(lo.lumaTop, hi.lumaTop), JoinLow(lo.lumaBottom, hi.lumaBottom), lo.chromaTop,
+             hi.chromaTop, lo.chromaBottom, hi.chromaBottom, r, g, b);
 }
 
 #endif  // ZY_HAVE_NEON

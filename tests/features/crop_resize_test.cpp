@@ -212,7 +212,7 @@ TEST(CropResize, FastRowsEqualReferenceOnWholeCrops) {
     for (int n = 0; n < 400; ++n) {
       const int outW = rng.Uniform(1, 40), outH = rng.Uniform(1, 40);
       const float w =
-          static_cast<float>(outW) * (0.5f + static_cast<float>(rng.Uniform(0, 100)) / 50.f);
+          static_cast<float>(outW) * (0.5f + static_cast<float>(rng.Uniform(0, 225)) / 50.f);
       const std::array<float, 4> roi = {static_cast<float>(rng.Uniform(-30, 100)) + 0.5f,
                                         static_cast<float>(rng.Uniform(-30, 70)) + 0.25f, w,
                                         w * static_cast<float>(outH) / static_cast<float>(outW)};
