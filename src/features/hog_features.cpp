@@ -135,6 +135,59 @@ inline __attribute__((always_inline)) void AccumulateInteriorCell4(const CellLay
   }
 }
 
+// A cell of size 4 anywhere in the map, in particular on its edge: what AccumulateCellT<F, 4>
+// does, with the neighbours' presence and the pixel limits (the frame's last row and column
+// are left out) settled once per cell instead of once per pixel, and bins checked once per
+// pixel. The neighbour offsets are only applied when that neighbour exists.
+template <uint32_t F>
+void AccumulateEdgeCell4(const CellLayout& L, int32_t i, int32_t j, const float* gradMag,
+                         const uint32_t* gradBins, float* cellFeat) {
+  const ptrdiff_t rowStride = static_cast<ptrdiff_t>(L.sizeX) * F;
+  float* own = cellFeat + (static_cast<size_t>(i) * L.sizeX + j) * F;
+  const bool up = i >= 1, down = i + 1 < L.sizeY, left = j >= 1, right = j + 1 < L.sizeX;
+  const int32_t rows = L.height - 1 - 4 * i < 4 ? L.height - 1 - 4 * i : 4;
+  const int32_t cols = L.width - 1 - 4 * j < 4 ? L.width - 1 - 4 * j : 4;
+  const float* w = L.cellWeights;
+  for (int32_t ii = 0; ii < rows; ++ii) {
+    const float wy0 = w[2 * ii];
+    const float wy1 = w[2 * ii + 1];
+    const bool vIn = ii < 2 ? up : down;
+    const ptrdiff_t v = ii < 2 ? -rowStride : rowStride;
+    const size_t d0 = static_cast<size_t>(4 * i + ii) * L.width + 4 * static_cast<size_t>(j);
+    for (int32_t jj = 0; jj < cols; ++jj) {
+      const bool hIn = jj < 2 ? left : right;
+      const ptrdiff_t h = jj < 2 ? -static_cast<ptrdiff_t>(F) : static_cast<ptrdiff_t>(F);
+      const size_t d = d0 + jj;
+      const float r = gradMag[d];
+      const uint32_t u = gradBins[2 * d];
+      const uint32_t sg = gradBins[2 * d + 1];
+      const float a = r * w[2 * jj];
+      const float b = r * w[2 * jj + 1];
+      const float vOwn = a * wy0;
+      const float vVert = a * wy1;
+      const float vSide = wy0 * b;
+      const float vDiag = b * wy1;
+      if (u < 9 && (F == 9 || sg < 18)) {
+        own[u] += vOwn;
+        if (vIn) own[v + u] += vVert;
+        if (hIn) own[h + u] += vSide;
+        if (vIn && hIn) own[v + h + u] += vDiag;
+        if (F == 27) {
+          own[9 + sg] += vOwn;
+          if (vIn) own[v + 9 + sg] += vVert;
+          if (hIn) own[h + 9 + sg] += vSide;
+          if (vIn && hIn) own[v + h + 9 + sg] += vDiag;
+        }
+      } else {
+        AddToBins<F>(own, u, sg, vOwn);
+        if (vIn) AddToBins<F>(own + v, u, sg, vVert);
+        if (hIn) AddToBins<F>(own + h, u, sg, vSide);
+        if (vIn && hIn) AddToBins<F>(own + v + h, u, sg, vDiag);
+      }
+    }
+  }
+}
+
 // Cells j = 1 .. lastJ of interior cell row i. Its own function, so that the per-pixel work
 // keeps its pointers in registers; on x86-64 CPUs with AVX2 a second copy compiled for them
 // (three-operand scalar instructions: the same operations, fewer register copies).
@@ -493,7 +546,8 @@ uint32_t ComputeCellHistogramsWith(KernelChoice choice, uint32_t featuresPerCell
   L.sizeX = sizeX;
   L.sizeY = sizeY;
   // The fast drivers take cells of size 4 away from the map's edge, whose neighbours and
-  // pixels need no checks, in a form of their own (the same additions in the same order).
+  // pixels need no checks, in a form of their own, and the edge cells in one that settles its
+  // checks per cell (the same additions in the same order).
   const bool interiorCells = UseFastKernels(choice) && cellSize == 4;
   const InteriorRow interiorRow = featuresPerCell == 27 ? ChooseInteriorRow<27>() : ChooseInteriorRow<9>();
   // The last interior cell of a row: neighbours on both sides, pixels left of the last column.
@@ -505,6 +559,12 @@ uint32_t ComputeCellHistogramsWith(KernelChoice choice, uint32_t featuresPerCell
       if (rowInterior && j == 1) {
         interiorRow(L, i, lastJ, gradMag, gradBins, cellFeat);
         j = lastJ;
+      } else if (interiorCells) {
+        if (featuresPerCell == 27) {
+          AccumulateEdgeCell4<27>(L, i, j, gradMag, gradBins, cellFeat);
+        } else {
+          AccumulateEdgeCell4<9>(L, i, j, gradMag, gradBins, cellFeat);
+        }
       } else if (featuresPerCell == 27) {
         AccumulateCell(L, i, j, gradMag, gradBins, cellFeat);
       } else {
