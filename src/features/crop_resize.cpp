@@ -165,6 +165,16 @@ bool ConvertRow(bool fast, const uint8_t* frame, int64_t frameBytes, const RowBa
                 const int32_t* list, int32_t n, int32_t maxIndex, bool belowMax,
                 const GroupPlans* plans, uint8_t* rowR, uint8_t* rowG, uint8_t* rowB) {
   int32_t k = 0;
+#if ZY_HAVE_NEON
+  const int32_t bases[4] = {rb.y0, rb.y1, rb.c0, rb.c1};
+  const Nv21LoadPlan8* plan = plans != nullptr ? plans->plan : nullptr;
+  const bool* planned = plans != nullptr ? plans->ok : nullptr;
+  if (fast && kInside && belowMax) {
+    // No entry can fail its index test: all whole groups in one call.
+    k = 8 * (n / 8);
+    Nv21RowToRgb_NEON(frame, bases, list, n / 8, plan, planned, rowR, rowG, rowB);
+  }
+#endif
   for (; k + 8 <= n; k += 8) {
     for (int i = 0; i < 8 && !belowMax; ++i) {
       const int32_t o = list[k + i];
@@ -177,12 +187,8 @@ bool ConvertRow(bool fast, const uint8_t* frame, int64_t frameBytes, const RowBa
 #if ZY_HAVE_NEON
     if (fast && kInside) {
       // Inside the frame the vector form gathers its bytes itself.
-      const int32_t bases[4] = {rb.y0, rb.y1, rb.c0, rb.c1};
-      if (plans != nullptr && plans->ok[k / 8]) {
-        Nv21LoadToRgb_NEON(frame, bases, list + k, plans->plan[k / 8], rowR + k, rowG + k, rowB + k);
-      } else {
-        Nv21GatherToRgb_NEON(frame, bases, list + k, rowR + k, rowG + k, rowB + k);
-      }
+      Nv21RowToRgb_NEON(frame, bases, list + k, 1, plan != nullptr ? plan + k / 8 : nullptr,
+                        planned != nullptr ? planned + k / 8 : nullptr, rowR + k, rowG + k, rowB + k);
       continue;
     }
 #endif

@@ -42,16 +42,15 @@ bool MakeNv21LoadPlan8(const int32_t o[8], Nv21LoadPlan8* plan);
 void Nv21Group8ToRgb_C(const Nv21Group8& s, uint8_t* r, uint8_t* g, uint8_t* b);
 #if ZY_HAVE_NEON
 void Nv21Group8ToRgb_NEON(const Nv21Group8& s, uint8_t* r, uint8_t* g, uint8_t* b);
-// The same group gathered straight from the frame into vectors: bases = the top and bottom
-// luma rows and chroma rows; pixel i reads its luma pairs at frame[bases[0..1] + o[i]] and its
-// chroma quads at frame[bases[2..3] + o[i]]. Every byte read must lie inside the frame (the
-// caller checks the row).
-void Nv21GatherToRgb_NEON(const uint8_t* frame, const int32_t bases[4], const int32_t o[8],
-                          uint8_t* r, uint8_t* g, uint8_t* b);
-// The same group read by its load plan: kLoadPlanReach bytes from bases[0..3] + o[0] and
-// + o[4], all of which must lie inside the frame.
-void Nv21LoadToRgb_NEON(const uint8_t* frame, const int32_t bases[4], const int32_t o[8],
-                        const Nv21LoadPlan8& plan, uint8_t* r, uint8_t* g, uint8_t* b);
+// Whole groups 0 .. groups - 1 of a crop row gathered straight from the frame into vectors:
+// bases = the top and bottom luma rows and chroma rows; entry i (pixel i) reads its luma
+// pairs at frame[bases[0..1] + list[i]] and its chroma quads at frame[bases[2..3] + list[i]].
+// Group k with planned[k] (planned may be null) is read by plans[k]'s loads, kLoadPlanReach
+// bytes from bases[0..3] + list[8k] and + list[8k + 4]. Every byte read must lie inside the
+// frame (the caller checks the row).
+void Nv21RowToRgb_NEON(const uint8_t* frame, const int32_t bases[4], const int32_t* list,
+                       int32_t groups, const Nv21LoadPlan8* plans, const bool* planned, uint8_t* r,
+                       uint8_t* g, uint8_t* b);
 #endif
 
 // The crop with a chosen kernel set; the public functions run it with kDefaultCropKernels.

@@ -142,19 +142,26 @@ void Nv21Group8ToRgb_NEON(const Nv21Group8& s, uint8_t* r, uint8_t* g, uint8_t* 
              g, b);
 }
 
-void Nv21GatherToRgb_NEON(const uint8_t* frame, const int32_t bases[4], const int32_t o[8],
-                          uint8_t* r, uint8_t* g, uint8_t* b) {
-  GroupToRgb(GatherPairs(frame, bases[0], o), GatherPairs(frame, bases[1], o),
-             GatherQuads(frame, bases[2], o), GatherQuads(frame, bases[2], o + 4),
-             GatherQuads(frame, bases[3], o), GatherQuads(frame, bases[3], o + 4), r, g, b);
-}
-
-void Nv21LoadToRgb_NEON(const uint8_t* frame, const int32_t bases[4], const int32_t o[8],
-                        const Nv21LoadPlan8& plan, uint8_t* r, uint8_t* g, uint8_t* b) {
-  const HalfGroup lo = LoadHalf(frame, bases, o[0], vld1q_u8(plan.luma[0]), vld1q_u8(plan.chroma[0]));
-  const HalfGroup hi = LoadHalf(frame, bases, o[4], vld1q_u8(plan.luma[1]), vld1q_u8(plan.chroma[1]));
-  GroupToRgb(JoinLow(lo.lumaTop, hi.lumaTop), JoinLow(lo.lumaBottom, hi.lumaBottom), lo.chromaTop,
-             hi.chromaTop, lo.chromaBottom, hi.chromaBottom, r, g, b);
+void Nv21RowToRgb_NEON(const uint8_t* frame, const int32_t bases[4], const int32_t* list,
+                       int32_t groups, const Nv21LoadPlan8* plans, const bool* planned, uint8_t* r,
+                       uint8_t* g, uint8_t* b) {
+  for (int32_t k = 0; k < groups; ++k) {
+    const int32_t* o = list + 8 * k;
+    uint8_t* rk = r + 8 * k;
+    uint8_t* gk = g + 8 * k;
+    uint8_t* bk = b + 8 * k;
+    if (planned != nullptr && planned[k]) {
+      const Nv21LoadPlan8& plan = plans[k];
+      const HalfGroup lo = LoadHalf(frame, bases, o[0], vld1q_u8(plan.luma[0]), vld1q_u8(plan.chroma[0]));
+      const HalfGroup hi = LoadHalf(frame, bases, o[4], vld1q_u8(plan.luma[1]), vld1q_u8(plan.chroma[1]));
+      GroupToRgb(JoinLow(lo.lumaTop, hi.lumaTop), JoinLow(lo.lumaBottom, hi.lumaBottom), lo.chromaTop,
+                 hi.chromaTop, lo.chromaBottom, hi.chromaBottom, rk, gk, bk);
+    } else {
+      GroupToRgb(GatherPairs(frame, bases[0], o), GatherPairs(frame, bases[1], o),
+                 GatherQuads(frame, bases[2], o), GatherQuads(frame, bases[2], o + 4),
+                 GatherQuads(frame, bases[3], o), GatherQuads(frame, bases[3], o + 4), rk, gk, bk);
+    }
+  }
 }
 
 #endif  // ZY_HAVE_NEON
