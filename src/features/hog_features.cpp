@@ -99,7 +99,8 @@ inline __attribute__((always_inline)) void AccumulateInteriorCell4(const CellLay
   for (int32_t ii = 0; ii < 4; ++ii) {
     const float wy0 = wx[2 * ii];
     const float wy1 = wx[2 * ii + 1];
-    float* vert = own + (ii < 2 ? -rowStride : rowStride);
+    const ptrdiff_t v = ii < 2 ? -rowStride : rowStride;
+    float* vert = own + v;
     const size_t d0 = static_cast<size_t>(4 * i + ii) * L.width + 4 * static_cast<size_t>(j);
 #pragma GCC unroll 4
     for (int32_t jj = 0; jj < 4; ++jj) {
@@ -115,15 +116,18 @@ inline __attribute__((always_inline)) void AccumulateInteriorCell4(const CellLay
       const float vSide = wy0 * b;
       const float vDiag = b * wy1;
       if (u < 9 && (F == 9 || sg < 18)) {
-        own[u] += vOwn;
-        vert[u] += vVert;
-        own[h + u] += vSide;
-        vert[h + u] += vDiag;
+        // One address per bin; the four cells are fixed offsets from it.
+        float* p = own + u;
+        p[0] += vOwn;
+        p[v] += vVert;
+        p[h] += vSide;
+        p[v + h] += vDiag;
         if (F == 27) {
-          own[9 + sg] += vOwn;
-          vert[9 + sg] += vVert;
-          own[h + 9 + sg] += vSide;
-          vert[h + 9 + sg] += vDiag;
+          float* q = own + 9 + sg;
+          q[0] += vOwn;
+          q[v] += vVert;
+          q[h] += vSide;
+          q[v + h] += vDiag;
         }
       } else {
         AddToBins<F>(own, u, sg, vOwn);
