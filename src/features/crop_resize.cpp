@@ -205,6 +205,15 @@ bool ConvertRow(bool fast, const uint8_t* frame, int64_t frameBytes, const RowBa
 #endif
     Nv21Group8ToRgb_C(g, rowR + k, rowG + k, rowB + k);
   }
+#if ZY_HAVE_NEON
+  if (fast && kInside && belowMax && n - k >= 4) {
+    // The tail four at a time, the last four overlapping the first when fewer than eight
+    // remain (the same form gives the overlapped pixels the same values).
+    for (; k + 4 <= n; k += 4) Nv21OneFormToRgb4_NEON(frame, bases, list + k, rowR + k, rowG + k, rowB + k);
+    if (k < n) Nv21OneFormToRgb4_NEON(frame, bases, list + n - 4, rowR + n - 4, rowG + n - 4, rowB + n - 4);
+    return true;
+  }
+#endif
   for (; k < n; ++k) {
     const int32_t o = list[k];
     // The one-at-a-time form checks the luma rows only.

@@ -42,6 +42,11 @@ bool MakeNv21LoadPlan8(const int32_t o[8], Nv21LoadPlan8* plan);
 void Nv21Group8ToRgb_C(const Nv21Group8& s, uint8_t* r, uint8_t* g, uint8_t* b);
 #if ZY_HAVE_NEON
 void Nv21Group8ToRgb_NEON(const Nv21Group8& s, uint8_t* r, uint8_t* g, uint8_t* b);
+// Four pixels of a crop row's tail in the one-at-a-time form (YuvToRgbOne of each pixel's
+// averaged 2x2 luma and chroma pairs), gathered like the groups at offsets o[0..3]; writes
+// r[0..3], g[0..3], b[0..3]. Every byte read must lie inside the frame.
+void Nv21OneFormToRgb4_NEON(const uint8_t* frame, const int32_t bases[4], const int32_t o[4],
+                            uint8_t* r, uint8_t* g, uint8_t* b);
 // Whole groups 0 .. groups - 1 of a crop row gathered straight from the frame into vectors:
 // bases = the top and bottom luma rows and chroma rows; entry i (pixel i) reads its luma
 // pairs at frame[bases[0..1] + list[i]] and its chroma quads at frame[bases[2..3] + list[i]].

@@ -142,6 +142,49 @@ void Nv21Group8ToRgb_NEON(const Nv21Group8& s, uint8_t* r, uint8_t* g, uint8_t* 
              g, b);
 }
 
+void Nv21OneFormToRgb4_NEON(const uint8_t* frame, const int32_t bases[4], const int32_t o[4],
+                            uint8_t* r, uint8_t* g, uint8_t* b) {
+  // Luma pairs of the four pixels in lanes 0..3 (top row) and 4..7 (bottom row).
+  const int32_t pairs[8] = {o[0], o[1], o[2], o[3], o[0], o[1], o[2], o[3]};
+  uint16x8_t lp = vdupq_n_u16(0);
+  lp = Insert16<0>(lp, frame + (static_cast<int64_t>(bases[0]) + pairs[0]));
+  lp = Insert16<1>(lp, frame + (static_cast<int64_t>(bases[0]) + pairs[1]));
+  lp = Insert16<2>(lp, frame + (static_cast<int64_t>(bases[0]) + pairs[2]));
+  lp = Insert16<3>(lp, frame + (static_cast<int64_t>(bases[0]) + pairs[3]));
+  lp = Insert16<4>(lp, frame + (static_cast<int64_t>(bases[1]) + pairs[4]));
+  lp = Insert16<5>(lp, frame + (static_cast<int64_t>(bases[1]) + pairs[5]));
+  lp = Insert16<6>(lp, frame + (static_cast<int64_t>(bases[1]) + pairs[6]));
+  lp = Insert16<7>(lp, frame + (static_cast<int64_t>(bases[1]) + pairs[7]));
+  const uint16x8_t rows = PairAverage16(vreinterpretq_u8_u16(lp));
+  // Lanes 0..3: the rounding average of the two rows' pair averages.
+  const uint16x8_t ya = vrhaddq_u16(rows, vextq_u16(rows, rows, 4));
+  // Chroma: byte 0 of each 32-bit lane the V average, byte 1 the U average.
+  const uint8x16_t c = vrhaddq_u8(QuadAverage(GatherQuads(frame, bases[2], o)),
+                                  QuadAverage(GatherQuads(frame, bases[3], o)));
+  const uint32x4_t cw = vreinterpretq_u32_u8(c);
+
+  // 10 fractional bits in 32-bit lanes, luma limited up to 16 first; no sum leaves int32.
+  const int32x4_t y32 = vreinterpretq_s32_u16(vzip1q_u16(ya, vdupq_n_u16(0)));
+  const int32x4_t yc = vmulq_n_s32(vsubq_s32(vmaxq_s32(y32, vdupq_n_s32(16)), vdupq_n_s32(16)), 1192);
+  const int32x4_t vp = vsubq_s32(vreinterpretq_s32_u32(vandq_u32(cw, vdupq_n_u32(0xFF))), vdupq_n_s32(128));
+  const int32x4_t up =
+      vsubq_s32(vreinterpretq_s32_u32(vandq_u32(vshrq_n_u32(cw, 8), vdupq_n_u32(0xFF))), vdupq_n_s32(128));
+  const int32x4_t lo = vdupq_n_s32(0);
+  const int32x4_t hi = vdupq_n_s32(262143);
+  auto clampShift = [&](int32x4_t x) { return vshrq_n_s32(vminq_s32(vmaxq_s32(x, lo), hi), 10); };
+  const int32x4_t rs = clampShift(vaddq_s32(yc, vmulq_n_s32(vp, 1634)));
+  const int32x4_t gs = clampShift(vsubq_s32(vsubq_s32(yc, vmulq_n_s32(vp, 833)), vmulq_n_s32(up, 400)));
+  const int32x4_t bs = clampShift(vaddq_s32(yc, vmulq_n_s32(up, 2066)));
+  // Every value is 0..255: keep the low byte of each lane, R, G, B four bytes each.
+  const uint16x8_t rg = vuzp1q_u16(vreinterpretq_u16_s32(rs), vreinterpretq_u16_s32(gs));
+  const uint16x8_t bb = vuzp1q_u16(vreinterpretq_u16_s32(bs), vreinterpretq_u16_s32(bs));
+  uint8_t out[16];
+  vst1q_u8(out, vuzp1q_u8(vreinterpretq_u8_u16(rg), vreinterpretq_u8_u16(bb)));
+  std::memcpy(r, out, 4);
+  std::memcpy(g, out + 4, 4);
+  std::memcpy(b, out + 8, 4);
+}
+
 void Nv21RowToRgb_NEON(const uint8_t* frame, const int32_t bases[4], const int32_t* list,
                        int32_t groups, const Nv21LoadPlan8* plans, const bool* planned, uint8_t* r,
                        uint8_t* g, uint8_t* b) {

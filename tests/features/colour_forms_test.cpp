@@ -1,5 +1,5 @@
-// The two colour forms, pinned by hand-computed values, and the eight-pixel group kernels held
-// equal to the one-pixel reference over every (Y, U, V) triple.
+// The two colour forms, pinned by hand-computed values, and the eight-pixel group kernels and
+// the four-pixel tail kernel held equal to their one-pixel references over every (Y, U, V).
 #include <gtest/gtest.h>
 
 #include <array>
@@ -76,5 +76,35 @@ TEST(ColourForms, GroupKernelsEqualReferenceOverAllTriples) {
   EXPECT_EQ(mismatchC, 0u);
   EXPECT_EQ(mismatchNeon, 0u);
 }
+
+#if ZY_HAVE_NEON
+TEST(ColourForms, TailKernelEqualsOnePixelFormOverAllTriples) {
+  // Every (Y, U, V), four at a time as flat blocks in a four-row frame (luma top, luma bottom,
+  // chroma top, chroma bottom; pixel i at offset 4i): the one-at-a-time form's values.
+  uint32_t mismatches = 0;
+  const int32_t bases[4] = {0, 16, 32, 48};
+  const int32_t o[4] = {0, 4, 8, 12};
+  for (uint32_t base = 0; base < (1u << 24); base += 4) {
+    uint8_t frame[64];
+    uint8_t ref[4][3], r[4], g[4], b[4];
+    for (int i = 0; i < 4; ++i) {
+      const uint32_t t = base + static_cast<uint32_t>(i);
+      const auto y = static_cast<uint8_t>(t >> 16), u = static_cast<uint8_t>(t >> 8),
+                 v = static_cast<uint8_t>(t);
+      for (int row = 0; row < 2; ++row) {
+        uint8_t* l = frame + 16 * row + 4 * i;
+        l[0] = l[1] = l[2] = l[3] = y;
+        uint8_t* c = frame + 32 + 16 * row + 4 * i;
+        c[0] = c[2] = v;
+        c[1] = c[3] = u;
+      }
+      YuvToRgbOne(y, u, v, ref[i]);
+    }
+    Nv21OneFormToRgb4_NEON(frame, bases, o, r, g, b);
+    for (int i = 0; i < 4; ++i) mismatches += (r[i] != ref[i][0]) + (g[i] != ref[i][1]) + (b[i] != ref[i][2]);
+  }
+  EXPECT_EQ(mismatches, 0u);
+}
+#endif
 
 }  // namespace
