@@ -14,30 +14,35 @@ namespace {
 
 #define ZY_AVX2 __attribute__((target("avx2")))
 
-// The three channels' eight differences interleaved per pixel: 24 values from three vectors.
-ZY_AVX2 inline void StoreInterleaved3(int16_t* out, __m128i a, __m128i b, __m128i c) {
-  constexpr char Z = -128;  // a shuffle byte that gives 0
-  const __m128i o0 = _mm_or_si128(
-      _mm_or_si128(_mm_shuffle_epi8(a, _mm_setr_epi8(0, 1, Z, Z, Z, Z, 2, 3, Z, Z, Z, Z, 4, 5, Z, Z)),
-                   _mm_shuffle_epi8(b, _mm_setr_epi8(Z, Z, 0, 1, Z, Z, Z, Z, 2, 3, Z, Z, Z, Z, 4, 5))),
-      _mm_shuffle_epi8(c, _mm_setr_epi8(Z, Z, Z, Z, 0, 1, Z, Z, Z, Z, 2, 3, Z, Z, Z, Z)));
-  const __m128i o1 = _mm_or_si128(
-      _mm_or_si128(_mm_shuffle_epi8(a, _mm_setr_epi8(Z, Z, 6, 7, Z, Z, Z, Z, 8, 9, Z, Z, Z, Z, 10, 11)),
-                   _mm_shuffle_epi8(b, _mm_setr_epi8(Z, Z, Z, Z, 6, 7, Z, Z, Z, Z, 8, 9, Z, Z, Z, Z))),
-      _mm_shuffle_epi8(c, _mm_setr_epi8(4, 5, Z, Z, Z, Z, 6, 7, Z, Z, Z, Z, 8, 9, Z, Z)));
-  const __m128i o2 = _mm_or_si128(
-      _mm_or_si128(_mm_shuffle_epi8(a, _mm_setr_epi8(Z, Z, Z, Z, 12, 13, Z, Z, Z, Z, 14, 15, Z, Z, Z, Z)),
-                   _mm_shuffle_epi8(b, _mm_setr_epi8(10, 11, Z, Z, Z, Z, 12, 13, Z, Z, Z, Z, 14, 15, Z, Z))),
-      _mm_shuffle_epi8(c, _mm_setr_epi8(Z, Z, 10, 11, Z, Z, Z, Z, 12, 13, Z, Z, Z, Z, 14, 15)));
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(out), o0);
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8), o1);
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 16), o2);
-}
-
 // Eight byte differences a[t] - b[t] in 16 bits.
 ZY_AVX2 inline __m128i ByteDifferences8(const uint8_t* a, const uint8_t* b) {
   return _mm_sub_epi16(_mm_cvtepu8_epi16(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(a))),
                        _mm_cvtepu8_epi16(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(b))));
+}
+
+// The three channels' eight differences interleaved per pixel, 24 values per lane: the low
+// lanes to gx, the high lanes to gy. Each input is permuted once so that every output
+// position holds the element that goes there, then two blends per output pick the channel.
+ZY_AVX2 inline void StoreInterleaved3(int16_t* gx, int16_t* gy, __m256i a, __m256i b, __m256i c) {
+  const __m256i pa = _mm256_shuffle_epi8(
+      a, _mm256_setr_epi8(0, 1, 6, 7, 12, 13, 2, 3, 8, 9, 14, 15, 4, 5, 10, 11, 0, 1, 6, 7, 12, 13, 2,
+                          3, 8, 9, 14, 15, 4, 5, 10, 11));
+  const __m256i pb = _mm256_shuffle_epi8(
+      b, _mm256_setr_epi8(10, 11, 0, 1, 6, 7, 12, 13, 2, 3, 8, 9, 14, 15, 4, 5, 10, 11, 0, 1, 6, 7,
+                          12, 13, 2, 3, 8, 9, 14, 15, 4, 5));
+  const __m256i pc = _mm256_shuffle_epi8(
+      c, _mm256_setr_epi8(4, 5, 10, 11, 0, 1, 6, 7, 12, 13, 2, 3, 8, 9, 14, 15, 4, 5, 10, 11, 0, 1,
+                          6, 7, 12, 13, 2, 3, 8, 9, 14, 15));
+  // Positions 0,3,6 / 1,4,7 / 2,5 of output 0 come from a / b / c; outputs 1 and 2 rotate.
+  const __m256i o0 = _mm256_blend_epi16(_mm256_blend_epi16(pa, pb, 0x92), pc, 0x24);
+  const __m256i o1 = _mm256_blend_epi16(_mm256_blend_epi16(pa, pb, 0x24), pc, 0x49);
+  const __m256i o2 = _mm256_blend_epi16(_mm256_blend_epi16(pa, pb, 0x49), pc, 0x92);
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(gx), _mm256_castsi256_si128(o0));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(gx + 8), _mm256_castsi256_si128(o1));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(gx + 16), _mm256_castsi256_si128(o2));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(gy), _mm256_extracti128_si256(o0, 1));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(gy + 8), _mm256_extracti128_si256(o1, 1));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(gy + 16), _mm256_extracti128_si256(o2, 1));
 }
 
 ZY_AVX2 inline __m256 ToFloat8(__m128i v) { return _mm256_cvtepi32_ps(_mm256_cvtepi16_epi32(v)); }
@@ -69,8 +74,8 @@ ZY_AVX2 void GradientMagnitudeBinsRow3_AVX2(const uint8_t* const row[3],
       dx[ch] = ByteDifferences8(row[ch] + i + 1, row[ch] + i - 1);
       dy[ch] = ByteDifferences8(below[ch] + i, above[ch] + i);
     }
-    StoreInterleaved3(gx3 + 3 * i, dx[0], dx[1], dx[2]);
-    StoreInterleaved3(gy3 + 3 * i, dy[0], dy[1], dy[2]);
+    StoreInterleaved3(gx3 + 3 * i, gy3 + 3 * i, _mm256_set_m128i(dy[0], dx[0]),
+                      _mm256_set_m128i(dy[1], dx[1]), _mm256_set_m128i(dy[2], dx[2]));
 
     // Squares of differences of bytes are exact in single precision (sums below 2^24).
     __m256 fx[3], fy[3], q[3];
