@@ -93,23 +93,25 @@ ZY_AVX2 void GradientMagnitudeBinsRow3_AVX2(const uint8_t* const row[3],
     const __m256 sy = _mm256_blendv_ps(_mm256_blendv_ps(fy[0], fy[1], pick1), fy[2], pick2);
     _mm256_storeu_ps(mag + i, _mm256_sqrt_ps(_mm256_max_ps(q01, q[2])));
 
-    // The sector search of the NEON row: a running maximum of 2k + sign bit over the sectors
-    // taken, best starting at |dot_0|.
+    // The sector search: the sector and the projection last taken, replaced whenever a
+    // projection's size beats the best so far (strictly, so the first sector reaching the
+    // maximum keeps it); best starts at |dot_0|. A taken projection is never zero, so its sign
+    // bit says whether the gradient points against the sector.
     const __m256 dot0 = _mm256_add_ps(_mm256_mul_ps(c[0], sx), _mm256_mul_ps(s[0], sy));
     __m256 best = _mm256_and_ps(dot0, absMask);
-    __m256i code = _mm256_srli_epi32(_mm256_castps_si256(dot0), 31);
+    __m256 bestDot = dot0;
+    __m256 sectorBits = _mm256_setzero_ps();
 #pragma GCC unroll 8
     for (int k = 1; k < 9; ++k) {
       const __m256 dot = _mm256_add_ps(_mm256_mul_ps(c[k], sx), _mm256_mul_ps(s[k], sy));
       const __m256 size = _mm256_and_ps(dot, absMask);
-      const __m256i take = _mm256_castps_si256(_mm256_cmp_ps(size, best, _CMP_GT_OQ));
-      const __m256i candidate =
-          _mm256_or_si256(_mm256_set1_epi32(2 * k), _mm256_srli_epi32(_mm256_castps_si256(dot), 31));
-      code = _mm256_max_epu32(code, _mm256_and_si256(take, candidate));
+      const __m256 take = _mm256_cmp_ps(size, best, _CMP_GT_OQ);
+      bestDot = _mm256_blendv_ps(bestDot, dot, take);
+      sectorBits = _mm256_blendv_ps(sectorBits, _mm256_castsi256_ps(_mm256_set1_epi32(k)), take);
       best = _mm256_max_ps(best, size);
     }
-    const __m256i sector = _mm256_srli_epi32(code, 1);
-    const __m256i negative = _mm256_and_si256(code, _mm256_set1_epi32(1));
+    const __m256i sector = _mm256_castps_si256(sectorBits);
+    const __m256i negative = _mm256_srli_epi32(_mm256_castps_si256(bestDot), 31);
     const __m256i signedBin =
         _mm256_add_epi32(sector, _mm256_add_epi32(_mm256_slli_epi32(negative, 3), negative));
     // Unsigned and signed bin per pixel: pixels 0, 1, 4, 5 and 2, 3, 6, 7, then in order.

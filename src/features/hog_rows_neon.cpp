@@ -80,27 +80,27 @@ inline float32x4_t MaxF32(float32x4_t a, float32x4_t b) {
 // The sector search of four pixels. best starts at |dot_0|; sector k >= 1 is taken when
 // |dot_k| > best, and best = max(best, |dot_k|). That is the scalar rule: "dot_k > best" and
 // "-dot_k > best" are the two signs of "|dot_k| > best", and starting from dot_0 the scalar
-// loop takes sector 0 (with the opposite sign) exactly when dot_0 < 0. A lane keeps
-// 2k + (sign bit of dot_k) of the last sector it took; later sectors have larger codes, so
-// that is a running maximum. The sign bit is that of a non-zero dot for a taken sector, and
-// for sector 0 dot_0 is never -0 (fx is an integer, to which 0 * fy adds +0 or -0).
-// The signed bin is the sector plus 9 for a negative dot; stores the unsigned and signed bins
-// interleaved at bins[0..7].
+// loop takes sector 0 (with the opposite sign) exactly when dot_0 < 0. A lane keeps the last
+// sector it took and that sector's projection, whose sign bit tells the sign: a taken
+// projection is never zero, and dot_0 is never -0 (fx is an integer, to which 0 * fy adds +0
+// or -0). The signed bin is the sector plus 9 for a negative projection; stores the unsigned
+// and signed bins interleaved at bins[0..7].
 inline void SearchSectors4(const SectorVectors& sv, float32x4_t fx, float32x4_t fy, uint32_t* bins) {
   const float32x4_t dot0 = vaddq_f32(vmulq_f32(sv.c[0], fx), vmulq_f32(sv.s[0], fy));
   float32x4_t best = vabsq_f32(dot0);
-  uint32x4_t code = vshrq_n_u32(vreinterpretq_u32_f32(dot0), 31);
+  float32x4_t bestDot = dot0;
+  float32x4_t sectorBits = vdupq_n_f32(0.0f);
 #pragma GCC unroll 8
   for (uint32_t k = 1; k < 9; ++k) {
     const float32x4_t dot = vaddq_f32(vmulq_f32(sv.c[k], fx), vmulq_f32(sv.s[k], fy));
     const float32x4_t size = vabsq_f32(dot);
     const uint32x4_t take = vcgtq_f32(size, best);
-    const uint32x4_t candidate = vorrq_u32(vdupq_n_u32(2 * k), vshrq_n_u32(vreinterpretq_u32_f32(dot), 31));
-    code = vmaxq_u32(code, vandq_u32(take, candidate));
+    bestDot = SelectF32(take, dot, bestDot);
+    sectorBits = SelectF32(take, vreinterpretq_f32_u32(vdupq_n_u32(k)), sectorBits);
     best = MaxF32(best, size);
   }
-  const uint32x4_t sector = vshrq_n_u32(code, 1);
-  const uint32x4_t negative = vandq_u32(code, vdupq_n_u32(1));
+  const uint32x4_t sector = vreinterpretq_u32_f32(sectorBits);
+  const uint32x4_t negative = vshrq_n_u32(vreinterpretq_u32_f32(bestDot), 31);
   const uint32x4_t signedBin = vaddq_u32(sector, vaddq_u32(vshlq_n_u32(negative, 3), negative));
   vst1q_u32(bins, vzip1q_u32(sector, signedBin));
   vst1q_u32(bins + 4, vzip2q_u32(sector, signedBin));
