@@ -7,20 +7,19 @@
 //
 // Start and Reset make 19 allocations for each of 30 identical trackers, so the suite fails a
 // sample that takes every distinct path (below); ZY_FULL_SWEEP=1 fails every allocation.
-#include <android/log.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
 #include <string>
 
 #include "api/algo_handle.h"
 #include "common/zy_alloc.h"
-#include "failing_new.h"
 #include "scene.h"
+#include "support/counting_new.h"
+#include "support/log_capture.h"
 
 namespace {
 
@@ -40,19 +39,20 @@ struct Outcome {
   BodyInfo out[kSteps][MAX_INPLACE_NUM];
 };
 
-// The caller's life; `counter` reads the allocation counter being swept. Nothing here
-// allocates, so every allocation counted is the library's.
-void RunScript(SceneCaller& c, long (*counter)(), Outcome& o) {
+// The caller's life on one body (the failure paths do not depend on the count); `counter`
+// reads the allocation counter being swept, arm(k) (when given) arms it once the caller is
+// set up. Nothing here allocates after that, so every allocation counted is the library's.
+void RunScript(long (*counter)(), Outcome& o, void (*arm)(long) = nullptr, long k = 0) {
+  SceneCaller c(160, 120, 160, 9);
+  c.AddBody({20, 20, 30, 60, 1.5f, 0.5f, 1, 1});
   std::memset(&o, 0, sizeof o);
+  if (arm != nullptr) arm(k);
   for (int s = 0; s < kSteps; ++s) {
     o.allocsBefore[s] = counter();
     int32_t& rc = o.rc[s];
     switch (s) {
       case kCreate: rc = CreateKoTrackingAlgo(&c.handle); break;
       case kStart: rc = StartKoTrackingAlgo(c.handle); break;
-      case kReinit1:
-      case kReinit2:
-      case kReinit3: rc = c.Reinit(); break;
       case kReset: rc = ResetKoTrackingAlgo(c.handle); break;
       case kRecoverReset:
         // A handle that creation refused is replaced by a new one, which must work.
@@ -62,27 +62,16 @@ void RunScript(SceneCaller& c, long (*counter)(), Outcome& o) {
         }
         rc = ResetKoTrackingAlgo(c.handle);
         break;
-      case kRecoverReinit: rc = c.Reinit(); break;
       case kDestroy: rc = DestroyKoTrackingAlgo(&c.handle); break;
-      default: rc = c.Track(); break;
+      case kTrack:
+      case kRecoverTrack: rc = c.Track(); break;
+      default: rc = c.Reinit(); break;
     }
     o.outNum[s] = c.out.bodyNum;
     std::memcpy(o.out[s], c.outBodies, sizeof c.outBodies);
   }
   o.allocsBefore[kSteps] = counter();
 }
-
-// The first handle of the process also creates the runtime session: one create and destroy
-// before the reference run keeps the allocation numbers of every later run the same.
-void WarmUp() {
-  AlgoHandle* h = nullptr;
-  ASSERT_EQ(CreateKoTrackingAlgo(&h), 0);
-  ASSERT_EQ(DestroyKoTrackingAlgo(&h), 0);
-}
-
-// One body: the failure paths do not depend on the count, and the sweep runs the script once
-// per failed allocation.
-void AddBodies(SceneCaller& c) { c.AddBody({20, 20, 30, 60, 1.5f, 0.5f, 1, 1}); }
 
 // The image dump adds allocations to every frame; it is switched on unless its directory
 // exists here, where files would be written.
@@ -104,7 +93,7 @@ class DumpSwitch {
 // last few (last tracker, runtime); in Start and Reset what comes before the first tracker,
 // the first and last allocation of each of its four groups (each group fails its own way)
 // and the first of the last tracker; every allocation of a frame.
-bool Sampled(long ordinal, long stepAllocs, Step step) {
+bool Sampled(long ordinal, long stepAllocs, int step) {
   if (std::getenv("ZY_FULL_SWEEP") != nullptr) return true;
   switch (step) {
     case kCreate: return ordinal <= 6 || ordinal > stepAllocs - 4;
@@ -119,64 +108,10 @@ bool Sampled(long ordinal, long stepAllocs, Step step) {
   }
 }
 
-int StepOf(const Outcome& ref, long k) {
-  const long at = ref.allocsBefore[0] + k;  // the k-th allocation is number base + k
-  for (int s = 0; s < kSteps; ++s) {
-    if (at > ref.allocsBefore[s] && at <= ref.allocsBefore[s + 1]) return s;
-  }
-  return -1;
-}
-
 bool SameOutputs(const Outcome& a, const Outcome& b, int step) {
   return a.outNum[step] == b.outNum[step] &&
          std::memcmp(a.out[step], b.out[step], sizeof(BodyInfo) * MAX_INPLACE_NUM) == 0;
 }
-
-void ExpectRecovered(const Outcome& got, const Outcome& ref) {
-  EXPECT_EQ(got.rc[kRecoverReset], 0);
-  for (int s : {kRecoverReinit, kRecoverTrack}) {
-    EXPECT_EQ(got.rc[s], 0);
-    EXPECT_TRUE(SameOutputs(got, ref, s)) << kStepNames[s];
-  }
-  EXPECT_EQ(got.rc[kDestroy], 0);
-}
-
-// Log lines kept without allocating, for the sweep in which any allocation may fail.
-class FixedLog {
- public:
-  FixedLog() {
-    Clear();
-    __android_log_set_minimum_priority(ANDROID_LOG_INFO);
-    __android_log_set_logger(Keep);
-  }
-  ~FixedLog() { __android_log_set_logger(__android_log_stderr_logger); }
-  static void Clear() {
-    std::lock_guard<std::mutex> lk(mutex_);
-    count_ = 0;
-  }
-  static bool Has(const char* text) {
-    std::lock_guard<std::mutex> lk(mutex_);
-    for (int i = 0; i < count_ && i < kLines; ++i) {
-      if (std::strcmp(lines_[i], text) == 0) return true;
-    }
-    return false;
-  }
-
- private:
-  static constexpr int kLines = 64;
-  static void Keep(const __android_logger_data* d, const char* msg) {
-    if (d->priority < ANDROID_LOG_ERROR || msg == nullptr) return;
-    std::lock_guard<std::mutex> lk(mutex_);
-    if (count_ < kLines) std::snprintf(lines_[count_], sizeof lines_[0], "%s", msg);
-    ++count_;
-  }
-  static std::mutex mutex_;
-  static int count_;
-  static char lines_[kLines][160];
-};
-std::mutex FixedLog::mutex_;
-int FixedLog::count_ = 0;
-char FixedLog::lines_[FixedLog::kLines][160];
 
 // The first handle of a process also creates the runtime session. Every allocation of that
 // first creation fails in turn (each attempt is again the process's first to get that far):
@@ -184,18 +119,17 @@ char FixedLog::lines_[FixedLog::kLines][160];
 // creation after the last one works. It must be the first test of its process, as under
 // ctest, which runs each test on its own.
 TEST(FaultInjection, FirstCreateOfTheProcessFailsCleanlyAtEveryAllocation) {
-  FixedLog log;
+  LogCapture log;
   bool sessionFailed = false;
-  long k = 1;
-  for (;; ++k) {
+  for (long k = 1;; ++k) {
     SCOPED_TRACE("allocation " + std::to_string(k));
-    FixedLog::Clear();
-    const long live = failing_new::Live();
+    LogCapture::Clear();
+    const long live = LiveHeapBlocks();
     AlgoHandle* h = nullptr;
-    failing_new::FailNth(k);
+    FailNthHeapAllocation(k);
     const int32_t rc = CreateKoTrackingAlgo(&h);
-    const bool fired = !failing_new::Pending();
-    failing_new::FailNth(0);
+    const bool fired = !HeapFailurePending();
+    FailNthHeapAllocation(0);
     if (rc == 0) {
       ASSERT_EQ(DestroyKoTrackingAlgo(&h), 0);
       if (!fired) break;  // past the last allocation of a creation
@@ -203,53 +137,46 @@ TEST(FaultInjection, FirstCreateOfTheProcessFailsCleanlyAtEveryAllocation) {
     }
     EXPECT_TRUE(rc == 2 || rc == 6) << rc;
     EXPECT_EQ(h, nullptr);
-    EXPECT_TRUE(FixedLog::Has("CreateKoTrackingAlgo algoHandle malloc error!") ||
-                FixedLog::Has("mHungarianAlgorithm fail!!!") || FixedLog::Has("Create tracking inplace failed!") ||
-                FixedLog::Has("InitSession Failed"));
-    sessionFailed = sessionFailed || FixedLog::Has("InitSession Failed");
-    EXPECT_EQ(failing_new::Live(), live) << "leaked";
+    EXPECT_TRUE(log.Has("CreateKoTrackingAlgo algoHandle malloc error!") || log.Has("mHungarianAlgorithm fail!!!") ||
+                log.Has("Create tracking inplace failed!") || log.Has("InitSession Failed"));
+    sessionFailed = sessionFailed || log.Has("InitSession Failed");
+    EXPECT_EQ(LiveHeapBlocks(), live) << "leaked";
   }
   EXPECT_TRUE(sessionFailed) << "the runtime session was created before this test";
-  std::printf("[ faults   ] %ld allocations of the first creation failed once each\n", k - 1);
 }
 
-// The script without failures; every step must succeed.
-Outcome Reference(long (*counter)()) {
-  WarmUp();
-  Outcome ref;
-  SceneCaller c(160, 120, 160, 9);
-  AddBodies(c);
-  RunScript(c, counter, ref);
-  for (int s = 0; s < kSteps; ++s) EXPECT_EQ(ref.rc[s], 0) << kStepNames[s];
-  return ref;
-}
-
-// Runs the script once per sampled allocation with that one failing (arm(k) arms the k-th
-// allocation from now, arm(0) disarms); every run must recover exactly and leak nothing, and
-// check(step, ordinal within the step, run, reference) judges the rest.
+// Runs the script without failures for reference (every step must succeed), then once per
+// sampled allocation with that one failing (arm(k) arms the k-th allocation from now, arm(0)
+// disarms); every run must recover exactly and leak nothing, and check(step, ordinal within
+// the step, run, reference) judges the rest.
 template <class Check>
-void Sweep(const Outcome& ref, long (*counter)(), void (*arm)(long), const char* what, Check check) {
+void Sweep(long (*counter)(), void (*arm)(long), const char* what, Outcome& ref, Check check) {
+  AlgoHandle* warm = nullptr;  // creates the runtime session, so every later run allocates alike
+  ASSERT_EQ(CreateKoTrackingAlgo(&warm), 0);
+  ASSERT_EQ(DestroyKoTrackingAlgo(&warm), 0);
+  RunScript(counter, ref);
+  for (int s = 0; s < kSteps; ++s) ASSERT_EQ(ref.rc[s], 0) << kStepNames[s];
   const long total = ref.allocsBefore[kSwept] - ref.allocsBefore[0];
   int injected = 0;
-  for (long k = 1; k <= total; ++k) {
-    const int step = StepOf(ref, k);
+  for (long k = 1, step = 0; k <= total; ++k) {
+    while (ref.allocsBefore[0] + k > ref.allocsBefore[step + 1]) ++step;
     const long ordinal = ref.allocsBefore[0] + k - ref.allocsBefore[step];
-    if (!Sampled(ordinal, ref.allocsBefore[step + 1] - ref.allocsBefore[step], static_cast<Step>(step))) continue;
+    if (!Sampled(ordinal, ref.allocsBefore[step + 1] - ref.allocsBefore[step], static_cast<int>(step))) continue;
     SCOPED_TRACE(std::string(kStepNames[step]) + ", allocation " + std::to_string(ordinal));
-    const long live = failing_new::Live();
+    const long live = LiveHeapBlocks();
     Outcome got;
-    {
-      SceneCaller c(160, 120, 160, 9);
-      AddBodies(c);
-      FixedLog::Clear();
-      arm(k);
-      RunScript(c, counter, got);
-      arm(0);
-    }
+    LogCapture::Clear();
+    RunScript(counter, got, arm, k);
+    arm(0);
     ++injected;
-    ExpectRecovered(got, ref);
+    EXPECT_EQ(got.rc[kRecoverReset], 0);
+    for (int s : {kRecoverReinit, kRecoverTrack}) {
+      EXPECT_EQ(got.rc[s], 0);
+      EXPECT_TRUE(SameOutputs(got, ref, s)) << kStepNames[s];
+    }
+    EXPECT_EQ(got.rc[kDestroy], 0);
     check(static_cast<Step>(step), ordinal, got);
-    EXPECT_EQ(failing_new::Live(), live) << "leaked";
+    EXPECT_EQ(LiveHeapBlocks(), live) << "leaked";
   }
   std::printf("[ faults   ] %d of %ld %s failed once each\n", injected, total, what);
 }
@@ -257,12 +184,10 @@ void Sweep(const Outcome& ref, long (*counter)(), void (*arm)(long), const char*
 // Each of the library's own allocation points fails once, with its defined result and line.
 TEST(FaultInjection, EveryLibraryAllocationFailsCleanly) {
   DumpSwitch dump;
-  FixedLog log;
-  const Outcome ref = Reference(zy::AllocationCount);
-  ASSERT_EQ(ref.allocsBefore[kTrack + 1] - ref.allocsBefore[kTrack], dump.FrameAllocations())
-      << "a tracking frame allocates only for the dump";
+  LogCapture log;
   const auto arm = [](long k) { zy::FailNthAllocation(static_cast<int>(k)); };
-  Sweep(ref, zy::AllocationCount, arm, "library allocation points", [&](Step step, long ordinal, const Outcome& got) {
+  Outcome ref;
+  Sweep(zy::AllocationCount, arm, "library allocation points", ref, [&](Step step, long ordinal, const Outcome& got) {
     switch (step) {
       case kCreate: {
         const char* line = ordinal == 1   ? "CreateKoTrackingAlgo algoHandle malloc error!"
@@ -270,7 +195,7 @@ TEST(FaultInjection, EveryLibraryAllocationFailsCleanly) {
                            : ordinal == 3 ? "CreateKoTrackingAlgo algoHandle lastFaceInfo malloc error!"
                                           : "Create tracking inplace failed!";
         EXPECT_EQ(got.rc[kCreate], ordinal <= 3 ? 2 : 6);
-        EXPECT_TRUE(FixedLog::Has(line)) << line;
+        EXPECT_TRUE(log.Has(line)) << line;
         EXPECT_EQ(got.rc[kStart], 1) << "no handle was handed out";
         break;
       }
@@ -280,38 +205,37 @@ TEST(FaultInjection, EveryLibraryAllocationFailsCleanly) {
         break;
       case kReset:
         EXPECT_EQ(got.rc[kReset], -1);
-        EXPECT_TRUE(FixedLog::Has("ZyTrackerAlgoReset fail"));
-        EXPECT_TRUE(FixedLog::Has(("the " + std::to_string((ordinal - 1) / 19) + " koTrackingInp ZyTrackerAlgoReset fail").c_str()));
+        EXPECT_TRUE(log.Has("ZyTrackerAlgoReset fail"));
+        EXPECT_TRUE(log.Has("the " + std::to_string((ordinal - 1) / 19) + " koTrackingInp ZyTrackerAlgoReset fail"));
         break;
-      case kReinit2:
+      case kTrack:  // only the dump allocates: without it the frame gives the same boxes
         EXPECT_EQ(got.rc[step], 0);
-        // The assignment's eight arrays come first, then the tracker's window and the dump.
-        if (ordinal <= 8) {
-          EXPECT_TRUE(FixedLog::Has(ordinal <= 2 ? "HungarianAlgorithm malloc error!" : "AssignmentOptimal malloc error!"));
+        EXPECT_TRUE(SameOutputs(got, ref, step));
+        break;
+      default:
+        // Re-initialisations: the assignment's eight arrays come first, then the tracker's
+        // window and the dump; the frame is processed either way.
+        EXPECT_EQ(got.rc[step], 0);
+        if (step == kReinit2 && ordinal <= 8) {
+          EXPECT_TRUE(log.Has(ordinal <= 2 ? "HungarianAlgorithm malloc error!" : "AssignmentOptimal malloc error!"));
           // Without an assignment the body is new: identity 2 from the queue, not its 1.
           EXPECT_EQ(got.out[kReinit2][0].bodyId, 2);
           EXPECT_EQ(ref.out[kReinit2][0].bodyId, 1);
         }
         break;
-      default:
-        // Re-initialisations (the cosine window's temporaries, the dump) and tracking frames
-        // (the dump): the frame is processed and its result is that of a frame without the dump.
-        EXPECT_EQ(got.rc[step], 0);
-        if (step == kTrack) {
-          EXPECT_TRUE(SameOutputs(got, ref, step));
-        }
-        break;
     }
   });
+  EXPECT_EQ(ref.allocsBefore[kTrack + 1] - ref.allocsBefore[kTrack], dump.FrameAllocations())
+      << "a tracking frame allocates only for the dump";
 }
 
 // Any operator new of the library or the standard library under it fails once: nothing may
 // throw out of the interface, leak, or leave a handle that does not recover.
 TEST(FaultInjection, EveryHeapAllocationFailsWithoutEscaping) {
   DumpSwitch dump;
-  FixedLog log;
-  const Outcome ref = Reference(failing_new::Count);
-  Sweep(ref, failing_new::Count, failing_new::FailNth, "heap allocations", [&](Step step, long ordinal, const Outcome& got) {
+  LogCapture log;
+  Outcome ref;
+  Sweep(HeapAllocations, FailNthHeapAllocation, "heap allocations", ref, [&](Step step, long ordinal, const Outcome& got) {
     // Creation fails with its codes (a worker thread that cannot start only means fewer
     // workers); a reset that cannot rebuild the identity queue or a tracker says so and
     // fails; Start and frames go on.
@@ -319,7 +243,7 @@ TEST(FaultInjection, EveryHeapAllocationFailsWithoutEscaping) {
     EXPECT_TRUE(create == 0 || create == 2 || create == 6) << create;
     if (step == kReset) {
       EXPECT_EQ(got.rc[kReset], -1);
-      EXPECT_TRUE(FixedLog::Has(ordinal <= 2 ? "ResetKoTrackingAlgo freeBodyIds malloc error!" : "ZyTrackerAlgoReset fail"));
+      EXPECT_TRUE(log.Has(ordinal <= 2 ? "ResetKoTrackingAlgo freeBodyIds malloc error!" : "ZyTrackerAlgoReset fail"));
       return;
     }
     // Without a handle every later call is refused as for a null handle.

@@ -1,9 +1,10 @@
 // Captures every line the library logs (priority, tag, text) for the lifetime of the object.
+// Capturing allocates nothing, so it also serves tests that fail allocations; the accessors
+// allocate.
 #pragma once
 
 #include <android/log.h>
 
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -26,5 +27,5 @@ class LogCapture {
   bool Has(const std::string& text, int prio = -1) const { return Count(text, prio) > 0; }
   // Lines whose text contains `part`.
   int CountContaining(const std::string& part) const;
-  void Clear();
+  static void Clear();
 };
