@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "ZyBodyTracking.h"
+#include "support/nv21_frames.h"
 
 namespace {
 
@@ -58,15 +59,6 @@ class ByteReader {
   const uint8_t* p_;
   size_t n_;
 };
-
-uint32_t Hash(uint32_t x) {
-  x ^= x >> 16;
-  x *= 0x7feb352dU;
-  x ^= x >> 15;
-  x *= 0x846ca68bU;
-  x ^= x >> 16;
-  return x;
-}
 
 struct Geometry {
   int32_t width = 64;
@@ -142,25 +134,20 @@ class FrameBuffer {
   uint8_t* Make(int64_t bytes) {
     Release();
     if (bytes <= kHeapFrameMax) {
-      size_ = bytes > 0 ? static_cast<size_t>(bytes) : 1;
-      heap_ = static_cast<uint8_t*>(std::malloc(size_));
+      heap_ = static_cast<uint8_t*>(std::malloc(bytes > 0 ? static_cast<size_t>(bytes) : 1));
       return heap_;
     }
     const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     const size_t body = (static_cast<size_t>(bytes) + page - 1) / page * page;
-    mapBytes_ = body + 2 * page;
-    void* m = mmap(nullptr, mapBytes_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-    if (m == MAP_FAILED) {
-      mapBytes_ = 0;
-      return nullptr;
-    }
+    void* m = mmap(nullptr, body + 2 * page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (m == MAP_FAILED) return nullptr;
     map_ = static_cast<uint8_t*>(m);
+    mapBytes_ = body + 2 * page;
     if (mprotect(map_ + page, body, PROT_READ | PROT_WRITE) != 0) {
       Release();
       return nullptr;
     }
-    size_ = static_cast<size_t>(bytes);
-    return map_ + page + (body - size_);
+    return map_ + page + (body - static_cast<size_t>(bytes));
   }
   bool OnHeap() const { return heap_ != nullptr; }
 
@@ -170,13 +157,10 @@ class FrameBuffer {
     heap_ = nullptr;
     if (map_ != nullptr) munmap(map_, mapBytes_);
     map_ = nullptr;
-    mapBytes_ = 0;
-    size_ = 0;
   }
   uint8_t* heap_ = nullptr;
   uint8_t* map_ = nullptr;
   size_t mapBytes_ = 0;
-  size_t size_ = 0;
 };
 
 struct SceneBody {
@@ -196,47 +180,18 @@ struct Scene {
 // Keeps scene coordinates where float -> int conversions in the driver are defined.
 float Bounded(float v) { return v < -1e6f ? -1e6f : (v > 1e6f ? 1e6f : v); }
 
+// Textured: the test background with textured bodies; flat: one grey; noise: every byte random.
 void Render(uint8_t* frame, const Geometry& g, const Scene& s) {
-  const size_t stride = static_cast<size_t>(g.stride);
-  const size_t lumaBytes = stride * static_cast<size_t>(g.height);
-  const size_t chromaRows = static_cast<size_t>(g.height / 2);
-  const size_t total = lumaBytes + stride * chromaRows;
-  if (s.content == 1) {
-    std::memset(frame, static_cast<int>(s.background & 0xFF), lumaBytes);
-    std::memset(frame + lumaBytes, 128, total - lumaBytes);
-    return;
-  }
+  const Nv21View f{g.width, g.height, g.stride, frame};
+  const size_t total = static_cast<size_t>(g.stride) * static_cast<size_t>(g.height + g.height / 2);
   if (s.content == 2) {
-    for (size_t i = 0; i < total; ++i) frame[i] = static_cast<uint8_t>(Hash(s.background + static_cast<uint32_t>(i)));
+    for (size_t i = 0; i < total; ++i) frame[i] = static_cast<uint8_t>(Hash32(s.background + static_cast<uint32_t>(i)));
     return;
   }
-  for (int32_t y = 0; y < g.height; ++y) {
-    for (int32_t x = 0; x < g.stride; ++x) {
-      frame[static_cast<size_t>(y) * stride + static_cast<size_t>(x)] =
-          static_cast<uint8_t>(40 + Hash(s.background ^ static_cast<uint32_t>(x / 4) * 0x9e3779b1u ^
-                                         static_cast<uint32_t>(y / 4) * 0x85ebca6bu) % 120);
-    }
-  }
-  std::memset(frame + lumaBytes, 128, total - lumaBytes);
-  for (int k = 0; k < s.n; ++k) {
-    const SceneBody& b = s.body[k];
-    const int32_t x0 = static_cast<int32_t>(std::floor(Bounded(b.x)));
-    const int32_t y0 = static_cast<int32_t>(std::floor(Bounded(b.y)));
-    const int32_t x1 = static_cast<int32_t>(std::floor(Bounded(b.x + b.w)));
-    const int32_t y1 = static_cast<int32_t>(std::floor(Bounded(b.y + b.h)));
-    for (int32_t y = y0 < 0 ? 0 : y0; y < y1 && y < g.height; ++y) {
-      for (int32_t x = x0 < 0 ? 0 : x0; x < x1 && x < g.width; ++x) {
-        const uint32_t t = Hash(b.seed ^ static_cast<uint32_t>((x - x0) / 3) * 0xc2b2ae35u ^
-                                static_cast<uint32_t>((y - y0) / 3) * 0x27d4eb2fu);
-        frame[static_cast<size_t>(y) * stride + static_cast<size_t>(x)] = static_cast<uint8_t>(t);
-        if (static_cast<size_t>(y / 2) < chromaRows) {
-          uint8_t* c = frame + lumaBytes + static_cast<size_t>(y / 2) * stride + static_cast<size_t>(x & ~1);
-          c[0] = static_cast<uint8_t>(b.seed >> 8);
-          if (static_cast<int64_t>(x & ~1) + 1 < g.stride) c[1] = static_cast<uint8_t>(b.seed >> 16);
-        }
-      }
-    }
-  }
+  FillFlat(f, static_cast<uint8_t>(s.background));  // also the bytes between width and stride
+  if (s.content == 1) return;
+  FillBackground(f, s.background);
+  for (int k = 0; k < s.n; ++k) DrawBody(f, s.body[k].x, s.body[k].y, s.body[k].w, s.body[k].h, s.body[k].seed);
 }
 
 void AddBody(Scene& s, ByteReader& r, const Geometry& g) {

@@ -6,6 +6,13 @@
 #include <cstdint>
 #include <vector>
 
+// A frame in memory someone else owns: stride * height luma bytes, then stride * (height / 2)
+// chroma bytes (V, U pairs).
+struct Nv21View {
+  int width, height, stride;
+  uint8_t* data;
+};
+
 struct Nv21Frame {
   int width = 0;
   int height = 0;
@@ -14,8 +21,7 @@ struct Nv21Frame {
 
   Nv21Frame() = default;
   Nv21Frame(int w, int h, int s);
-  uint8_t* luma() { return data.data(); }
-  uint8_t* chroma() { return data.data() + static_cast<size_t>(stride) * height; }
+  operator Nv21View() { return {width, height, stride, data.data()}; }
 };
 
 // A small fixed-seed generator (xorshift32) so every test input is reproducible.
@@ -31,13 +37,16 @@ struct TestRng {
   int Uniform(int lo, int hi) { return lo + static_cast<int>(Next() % static_cast<uint32_t>(hi - lo + 1)); }
 };
 
+// An integer hash (good avalanche) for test textures and noise.
+uint32_t Hash32(uint32_t x);
+
 // Blocky luma texture anchored to its owner: value at integer coordinates (u, v).
 uint8_t TextureAt(uint32_t seed, int u, int v);
 
 // Fills the whole frame with the background texture and a gentle chroma gradient.
-void FillBackground(Nv21Frame& f, uint32_t seed);
+void FillBackground(Nv21View f, uint32_t seed);
 // Fills the whole frame with one luma value and neutral chroma.
-void FillFlat(Nv21Frame& f, uint8_t luma);
+void FillFlat(Nv21View f, uint8_t luma);
 // Draws a body: a rectangle at (x, y) of size w x h (rounded to pixels) textured in body
 // coordinates, with its own chroma where the frame has chroma bytes for it.
-void DrawBody(Nv21Frame& f, float x, float y, float w, float h, uint32_t seed);
+void DrawBody(Nv21View f, float x, float y, float w, float h, uint32_t seed);
