@@ -19,7 +19,7 @@
 #include <vector>
 
 #include "ZyBodyTracking.h"
-#include "support/nv21_frames.h"
+#include "scene.h"
 
 namespace {
 
@@ -39,7 +39,7 @@ constexpr bool kRecordingHost = false;
 
 // A textured body moving at constant speed (pixels per frame) and growing at a constant rate
 // (negative: shrinking) until frame kTurn, then retracing its path.
-struct MovingBody {
+struct GrowingBody {
   float x, y, w, h;
   float vx, vy, gw, gh;
   uint32_t seed;
@@ -53,7 +53,7 @@ struct MovingBody {
 // difference seldom moves a box by a whole pixel: an arm64 build with fused multiply-adds
 // differed from the x86-64 boxes in one of seven 41-frame segments tried, hence several
 // segments here, and the separate check for fused instructions in the library's code.
-constexpr MovingBody kBodies[] = {
+constexpr GrowingBody kBodies[] = {
     {40.0f, 12.0f, 36.0f, 72.0f, 1.5f, 0.75f, 0.0f, 0.0f, 11u, 1},
     {143.0f, 12.0f, 40.0f, 64.0f, -1.25f, 1.0f, 0.0f, 0.0f, 22u, 1},
     {224.0f, 12.0f, 32.0f, 64.0f, 0.5f, 0.25f, 0.6f, 1.0f, 33u, 2},
@@ -67,7 +67,7 @@ struct Place {
   float x, y, w, h;
 };
 
-Place At(const MovingBody& b, int frame) {
+Place At(const GrowingBody& b, int frame) {
   const int local = frame % kSegmentFrames;
   const float s = static_cast<float>(local <= kTurn ? local : 2 * kTurn - local);
   return {b.x + b.vx * s, b.y + b.vy * s, b.w + b.gw * s, b.h + b.gh * s};
@@ -97,41 +97,27 @@ std::string Line(int t, const std::vector<BodyInfo>& bodies) {
 // Runs the sequence on a fresh handle and returns every output box, frame after frame.
 Frames RunSequence() {
   Frames frames;
-  AlgoHandle* handle = nullptr;
-  EXPECT_EQ(CreateKoTrackingAlgo(&handle), 0);
-  EXPECT_EQ(StartKoTrackingAlgo(handle), 0);
-  if (handle == nullptr) return frames;
-
-  Nv21Frame frame(kWidth, kHeight, kWidth);
-  std::vector<BodyInfo> in(kBodyCount);
+  SceneCaller c(kWidth, kHeight, kWidth, kBackgroundSeed);
+  int32_t started = -1;
+  EXPECT_EQ(c.Open(&started), 0);
+  EXPECT_EQ(started, 0);
+  if (c.handle == nullptr) return frames;
   for (int t = 0; t < kFrames; ++t) {
     const uint32_t segment = static_cast<uint32_t>(t / kSegmentFrames);
-    FillBackground(frame, kBackgroundSeed + segment);
+    c.SetBackground(kBackgroundSeed + segment);
     for (int i = 0; i < kBodyCount; ++i) {
       const Place p = At(kBodies[i], t);
-      DrawBody(frame, p.x, p.y, p.w, p.h, kBodies[i].seed + 100u * segment);
-      // Boxes are read on the re-initialisation frame only; `extra` on every frame.
-      in[static_cast<size_t>(i)] = {kBodies[i].classId, 0, RoiOf(p), 1000u + static_cast<uint32_t>(t * 10 + i)};
+      if (t == 0) c.AddBody({});
+      c.Body(i) = {p.x, p.y, p.w, p.h, 0, 0, kBodies[i].seed + 100u * segment, kBodies[i].classId};
     }
-    ParamIn pin{};
-    pin.width = kWidth;
-    pin.height = kHeight;
-    pin.stride = frame.stride;
-    pin.image = frame.data.data();
-    pin.bodies = in.data();
-    pin.bodyNum = kBodyCount;
-    pin.isFirstFrame = t % kSegmentFrames == 0 ? 1 : 0;
-    std::vector<BodyInfo> out(MAX_INPLACE_NUM);
-    std::memset(out.data(), 0xff, out.size() * sizeof(BodyInfo));
-    ParamOut pout{};
-    pout.bodies = out.data();
-    pout.bodyNum = -1;
-    EXPECT_EQ(ProcessKoTrackingAlgo(handle, &pin, &pout), 0);
-    EXPECT_EQ(pout.bodyNum, kBodyCount) << "frame " << t;
-    out.resize(static_cast<size_t>(std::clamp(pout.bodyNum, 0, int(MAX_INPLACE_NUM))));
-    frames.push_back(out);
+    std::memset(c.outBodies, 0xff, sizeof c.outBodies);
+    c.out.bodyNum = -1;
+    // Boxes are read on the re-initialisation frame only; `extra` on every frame.
+    EXPECT_EQ(t % kSegmentFrames == 0 ? c.Reinit() : c.Track(), 0);
+    EXPECT_EQ(c.out.bodyNum, kBodyCount) << "frame " << t;
+    frames.emplace_back(c.outBodies, c.outBodies + std::clamp(c.out.bodyNum, 0, int(MAX_INPLACE_NUM)));
   }
-  EXPECT_EQ(DestroyKoTrackingAlgo(&handle), 0);
+  EXPECT_EQ(c.Destroy(), 0);
   return frames;
 }
 
@@ -150,7 +136,7 @@ void ExpectTheBodiesAreFollowed(const Frames& frames) {
       SCOPED_TRACE(::testing::Message() << "frame " << t << " body " << i << ": " << Line(t, {r}));
       EXPECT_EQ(r.classId, kBodies[i].classId);
       EXPECT_EQ(r.bodyId, i + 1);
-      EXPECT_EQ(r.extra, 1000u + static_cast<uint32_t>(t * 10 + i));
+      EXPECT_EQ(r.extra, static_cast<uint32_t>(t * 64 + i));  // the scene caller's numbering
       const float dx = 0.5f * static_cast<float>((r.roi.left + r.roi.right) - (truth.left + truth.right));
       const float dy = 0.5f * static_cast<float>((r.roi.top + r.roi.bottom) - (truth.top + truth.bottom));
       EXPECT_LE(std::fabs(dx), static_cast<float>(truth.right - truth.left) / 3.0f) << "lost";

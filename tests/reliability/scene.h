@@ -30,6 +30,7 @@ class SceneCaller {
   void RemoveBody(int index);
   int BodyCount() const { return count_; }
   MovingBody& Body(int index) { return bodies_[index]; }
+  void SetBackground(uint32_t seed) { background_ = seed; }
 
   // Renders the scene, then re-initialises from the true boxes (inclusive corners).
   int32_t Reinit();
