@@ -288,7 +288,7 @@ uint32_t ProcThreeChannelDataWith(KernelChoice choice, const uint8_t* frame, uin
     // Columns close together (windows up to about four times the output) are read by whole
     // loads; the plans are made once for all rows.
     GroupPlans plans;
-    const bool planned = ZY_HAVE_NEON && fast && n <= kColumnListCapacity;
+    const bool planned = kLoadPlansPay && ZY_HAVE_NEON && fast && n <= kColumnListCapacity;
     if (planned) MakeGroupPlans(list, n, &plans);
     for (uint32_t r = 0; r < outH; ++r) {
       const int32_t sy = FloorToInt32(static_cast<float>(r) * scale);

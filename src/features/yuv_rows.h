@@ -34,6 +34,14 @@ struct Nv21LoadPlan8 {
   uint8_t chroma[2][16];
 };
 constexpr int32_t kLoadPlanReach = 16;  // bytes read from each load offset
+// The plans pay where their byte-table lookup is one instruction: arm64, and x86-64 with
+// SSSE3 (the default x86-64-v2 builds). Without SSSE3 SIMDe looks up byte by byte, and the
+// per-pixel gather is the faster form.
+#if defined(__aarch64__) || defined(__SSSE3__)
+constexpr bool kLoadPlansPay = true;
+#else
+constexpr bool kLoadPlansPay = false;
+#endif
 // Fills *plan for offsets o[0..7] (non-decreasing); false when the columns lie too far apart.
 bool MakeNv21LoadPlan8(const int32_t o[8], Nv21LoadPlan8* plan);
 
