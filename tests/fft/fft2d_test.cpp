@@ -2,15 +2,12 @@
 
 #include <cmath>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <random>
 #include <vector>
 
 #include "fft/fft2d.h"
 #include "fft/fft2d_internal.h"
-#include "fft/fft_tables.h"
 
 namespace {
 
@@ -151,43 +148,6 @@ TEST(Fft2D, VectorPathMatchesScalarReferenceBitForBit) {
       }
     }
   }
-}
-
-// Each table entry is the float of its angle's cosine or sine rounded to six decimals, with a
-// zero stored as +0.
-uint32_t SixDecimalBits(double degrees, bool sine) {
-  const double rad = degrees * kPi / 180.0;
-  char text[32];
-  std::snprintf(text, sizeof text, "%.6f", sine ? std::sin(rad) : std::cos(rad));
-  const float f = std::strtof(text, nullptr);
-  return f == 0.0f ? 0u : Bits(f);
-}
-
-// Checks a lane-pair table: group g, lane l holds the angle angleOf(g, l).
-template <size_t N, class AngleOf>
-void ExpectLanePairs(const float (&table)[N], size_t groups, AngleOf angleOf, const char* name) {
-  for (size_t g = 0; g < groups; ++g) {
-    for (int lane = 0; lane < 2; ++lane) {
-      const double deg = angleOf(static_cast<int>(g), lane);
-      EXPECT_EQ(Bits(table[4 * g + lane]), SixDecimalBits(deg, false))
-          << name << " cos, group " << g << " lane " << lane;
-      EXPECT_EQ(Bits(table[4 * g + 2 + lane]), SixDecimalBits(deg, true))
-          << name << " sin, group " << g << " lane " << lane;
-    }
-  }
-}
-
-TEST(FftTables, EntriesAreTheSixDecimalFloats) {
-  ExpectLanePairs(zy::twiddleDit24, 6, [](int g, int l) { return 15.0 * (2 * g + l); },
-                  "twiddleDit24");
-  ExpectLanePairs(zy::twiddleDif12, 3, [](int g, int l) { return 30.0 * (2 * g + l); },
-                  "twiddleDif12");
-  // Group 7h + (m - 1) holds 15*r0*m and 15*r1*m degrees, (r0, r1) = (0, 1), then (2, 3).
-  ExpectLanePairs(zy::twiddleRadix8, 14,
-                  [](int g, int l) { return 15.0 * (2 * (g / 7) + l) * (g % 7 + 1); },
-                  "twiddleRadix8");
-  // The six-decimal value, not the correctly rounded sqrt(3)/2 that the kernels use.
-  EXPECT_EQ(Bits(zy::twiddleDit24[4]), 0x3F5DB3D0u);
 }
 
 }  // namespace
