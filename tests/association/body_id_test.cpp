@@ -135,34 +135,4 @@ TEST(BodyId, ThirtyBodiesAreAllNewBecauseTheSolveRefusesThem) {
   EXPECT_EQ(t.Queue(), Range(1, 29));
 }
 
-TEST(BodyId, BadArgumentsAreRefusedWithoutWriting) {
-  LogCapture log;
-  Tracker t;
-  t.Frame({Body(1, 0, 0, 9, 9)});
-  t.h.lastBodyIDFlag[0] = 1;
-  const Ids queue = t.Queue();
-  std::vector<BodyInfo> bodies(31, Body(1, 0, 0, 9, 9, 42));
-  ParamIn in{};
-  for (auto [cur, prev, last, cur_bodies] :
-       {std::tuple{31, 1, t.last, bodies.data()}, {-1, 1, t.last, bodies.data()}, {1, 31, t.last, bodies.data()},
-        {1, -2, t.last, bodies.data()}, {1, 1, nullptr, bodies.data()}, {1, 1, t.last, nullptr}}) {
-    in.bodies = cur_bodies;
-    in.bodyNum = cur;
-    t.h.bodyNum = prev;
-    t.h.lastBodyInfo = last;
-    UpdateBodyID4FirstFrame(&t.h, &in);
-    for (const BodyInfo& b : bodies) EXPECT_EQ(b.bodyId, 42);
-    EXPECT_EQ(t.Queue(), queue);
-    EXPECT_EQ(t.h.lastBodyIDFlag[0], 1);
-  }
-  t.h.lastBodyInfo = t.last;
-  UpdateBodyID4FirstFrame(nullptr, &in);
-  UpdateBodyID4FirstFrame(&t.h, nullptr);
-  EXPECT_TRUE(log.Has("UpdateBodyID4FirstFrame body number error! cur[31] pre[1]", kError));
-  EXPECT_EQ(log.Count("UpdateBodyID4FirstFrame input params is NULL, error! \n", kError), 3);
-
-  t.h.mHungarianAlgorithm = nullptr;  // a handle without its solver still matches
-  EXPECT_EQ(t.Frame({Body(1, 1, 0, 10, 9)}), (Ids{1}));
-}
-
 }  // namespace
