@@ -83,17 +83,6 @@ TEST(Runtime, SerialRunsOnCallerAndPoolUsesWorkers) {
   QTX::UninitRuntime(GetSession());
 }
 
-TEST(Runtime, LoopsAfterUninitRunOnTheCaller) {
-  for (int cycle = 0; cycle < 3; ++cycle) {
-    StartSession(3);
-    QTX::UninitRuntime(GetSession());
-    EXPECT_EQ(QTX::WorkerCount(GetSession()), 0);
-    const LoopResult r = RunLoop(30, QTX::kDynamic);
-    for (int i = 0; i < 30; ++i) EXPECT_EQ(r.visits[static_cast<size_t>(i)], 1);
-    EXPECT_EQ(r.threads.size(), 1u);
-  }
-}
-
 TEST(Runtime, ConcurrentLoopsFromTwoThreadsBothComplete) {
   StartSession(2);
   GetSession()->GetGuider()->kind = QTX::kDynamic;
@@ -114,20 +103,6 @@ TEST(Runtime, ConcurrentLoopsFromTwoThreadsBothComplete) {
   b.join();
   EXPECT_EQ(failures.load(), 0);
   QTX::UninitRuntime(GetSession());
-}
-
-TEST(Runtime, SessionNeedsANameAndACancelledTaskDoesNotRun) {
-  EXPECT_FALSE(InitSession(nullptr, nullptr));
-  EXPECT_TRUE(InitSession("BodyTracking", nullptr));
-  EXPECT_EQ(GetSession()->GetGuider()->kind, 4);  // option C: dynamic partitioner
-  UninitSession();
-  QTX::CTaskBase t(GetSession());
-  EXPECT_EQ(t.Cancel(), 0);
-  EXPECT_EQ(t.Submit(), -1);
-  t.ResetStatus();
-  EXPECT_EQ(t.Submit(), 0);
-  t.OnFinish();
-  EXPECT_EQ(t.WaitFinish(), 0);
 }
 
 }  // namespace
