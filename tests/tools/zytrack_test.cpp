@@ -19,13 +19,42 @@ std::string TempPath(const std::string& name) {
   return (std::filesystem::temp_directory_path() / ("zytrack_test_" + std::to_string(::getpid()) + "_" + name)).string();
 }
 
+// The tracking loop into a fresh work folder (removed afterwards), no video unless asked.
+struct TrackingRun {
+  RunConfig config;
+  RunResult result;
+  explicit TrackingRun(InitSource init) {
+    config.init = init;
+    config.writeVideo = false;
+    config.workDir = TempPath("run");
+    std::filesystem::create_directories(config.workDir);
+  }
+  ~TrackingRun() { std::filesystem::remove_all(config.workDir); }
+  bool On(FrameSource& source) {
+    std::string why;
+    const bool ok = RunTracking(source, config, &result, &why);
+    EXPECT_TRUE(ok) << why;
+    return ok;
+  }
+  std::vector<std::string> Tracks() const {
+    std::ifstream f(config.workDir + "/tracks.txt");
+    std::vector<std::string> lines;
+    for (std::string l; std::getline(f, l);) lines.push_back(l);
+    return lines;
+  }
+};
+
+SceneConfig SceneOf(int width, int height, int bodies, int frames, uint32_t seed) {
+  SceneConfig cfg;
+  cfg.width = width, cfg.height = height, cfg.bodies = bodies, cfg.frames = frames, cfg.seed = seed;
+  return cfg;
+}
+
 TEST(MotIo, ParsesBoxesAndNamesTheMalformedLine) {
   MotBox b;
   std::string why;
   ASSERT_TRUE(ParseMotLine("3,-1,10.5,20,30,60,0.87,-1,-1,-1", &b, &why));
-  EXPECT_EQ(b.frame, 3);
-  EXPECT_EQ(b.left, 10.5f);
-  EXPECT_EQ(b.height, 60.f);
+  EXPECT_EQ(std::make_tuple(b.frame, b.left, b.height), std::make_tuple(3, 10.5f, 60.f));
   EXPECT_FLOAT_EQ(b.confidence, 0.87f);
   EXPECT_FALSE(ParseMotLine("   ", &b, &why));
   EXPECT_TRUE(why.empty()) << "a blank line is not an error";
@@ -71,26 +100,17 @@ TEST(Metrics, OverlapSuccessPrecisionAndSwitches) {
   EXPECT_EQ(s.IdentitySwitches(), 2);
 }
 
+// The synthetic scene is the same for the same seed, another for another, and moves.
 TEST(Scene, ReproducibleFromItsSeed) {
-  SceneConfig cfg;
-  cfg.width = 320, cfg.height = 180, cfg.bodies = 5, cfg.frames = 10, cfg.seed = 42;
-  SyntheticScene a(cfg), b(cfg);
-  cv::Mat fa, fb;
-  std::vector<TruthBox> ta, tb;
-  a.Render(7, &fa, &ta);
-  b.Render(7, &fb, &tb);
-  ASSERT_EQ(ta.size(), 5u);
-  EXPECT_EQ(cv::norm(fa, fb, cv::NORM_INF), 0.0);
-  EXPECT_EQ(ta[4].box.x, tb[4].box.x);
-  cfg.seed = 43;
-  SyntheticScene c(cfg);
-  cv::Mat fc;
-  std::vector<TruthBox> tc;
-  c.Render(7, &fc, &tc);
-  EXPECT_GT(cv::norm(fa, fc, cv::NORM_L1), 0.0);
-  // Bodies move between frames.
-  a.Render(8, &fb, &tb);
-  EXPECT_NE(ta[0].box.x, tb[0].box.x);
+  cv::Mat frame[3];
+  std::vector<TruthBox> truth[3];
+  for (int k = 0; k < 3; ++k) SyntheticScene(SceneOf(320, 180, 5, 10, k == 2 ? 43 : 42)).Render(7, &frame[k], &truth[k]);
+  ASSERT_EQ(truth[0].size(), 5u);
+  EXPECT_EQ(cv::norm(frame[0], frame[1], cv::NORM_INF), 0.0);
+  EXPECT_EQ(truth[0][4].box.x, truth[1][4].box.x);
+  EXPECT_GT(cv::norm(frame[0], frame[2], cv::NORM_L1), 0.0);
+  SyntheticScene(SceneOf(320, 180, 5, 10, 42)).Render(8, &frame[1], &truth[1]);
+  EXPECT_NE(truth[0][0].box.x, truth[1][0].box.x);
 }
 
 TEST(Frames, ImpossibleInputsAreReported) {
@@ -106,7 +126,6 @@ TEST(Frames, ImpossibleInputsAreReported) {
   EXPECT_NE(why.find("not a whole number"), std::string::npos);
   std::remove(path.c_str());
 
-  // BGR -> NV21 -> BGR keeps a flat colour.
   cv::Mat bgr(16, 16, CV_8UC3, cv::Scalar(40, 120, 200)), back;
   Nv21Image nv;
   BgrToNv21(bgr, &nv);
@@ -149,30 +168,18 @@ TEST(TrackIds, ReusedMissingAndDoubledLibraryIdsStartNewTracks) {
 // What the library cannot take is not handed to it, and what it returns keeps the box a
 // detection gave: the box outside the frame would otherwise come back as an id-0, empty line.
 TEST(EndToEnd, BoxesOutsideTheFrameAreNotPassedOn) {
-  SceneConfig cfg;
-  cfg.width = 320, cfg.height = 180, cfg.bodies = 2, cfg.frames = 6, cfg.seed = 3;
-  auto source = OpenScene(cfg);
-  RunConfig run;
-  run.init = InitSource::kDetections;
-  run.reinitEvery = 3;
-  run.writeVideo = false;
+  auto source = OpenScene(SceneOf(320, 180, 2, 6, 3));
+  TrackingRun run(InitSource::kDetections);
+  run.config.reinitEvery = 3;
   MotBox inside, outside, sliver;
   inside.frame = outside.frame = sliver.frame = 1;
   inside.left = 100, inside.top = 50, inside.width = 40, inside.height = 100, inside.confidence = 0.9f;
   outside.left = 2000, outside.top = 2000, outside.width = 50, outside.height = 100, outside.confidence = 0.8f;
   sliver.left = 318, sliver.top = 10, sliver.width = 30, sliver.height = 60, sliver.confidence = 0.7f;  // 2 px inside
-  run.detections[1] = {inside, outside, sliver};
-  run.workDir = TempPath("outside");
-  std::filesystem::create_directories(run.workDir);
-  RunResult r;
-  std::string why;
-  ASSERT_TRUE(RunTracking(*source, run, &r, &why)) << why;
-  EXPECT_EQ(r.bodiesPerFrame, (std::vector<int>{1, 1, 1, 0, 0, 0}));
-  std::ifstream tracks(run.workDir + "/tracks.txt");
-  std::string line;
-  ASSERT_TRUE(std::getline(tracks, line));
-  EXPECT_EQ(line, "1,1,100,50,40,100,1.000,-1,-1,-1");
-  std::filesystem::remove_all(run.workDir);
+  run.config.detections[1] = {inside, outside, sliver};
+  ASSERT_TRUE(run.On(*source));
+  EXPECT_EQ(run.result.bodiesPerFrame, (std::vector<int>{1, 1, 1, 0, 0, 0}));
+  EXPECT_EQ(run.Tracks().at(0), "1,1,100,50,40,100,1.000,-1,-1,-1");
 }
 
 // The annotated video plays at the footage's own rate.
@@ -186,47 +193,26 @@ TEST(EndToEnd, AnnotatedVideoKeepsTheFrameRate) {
   std::string why;
   auto source = OpenVideo(clip, &why);
   ASSERT_NE(source, nullptr) << why;
-  RunConfig run;
-  run.init = InitSource::kDetections;
-  run.workDir = TempPath("fps");
-  std::filesystem::create_directories(run.workDir);
-  RunResult r;
-  ASSERT_TRUE(RunTracking(*source, run, &r, &why)) << why;
-  ASSERT_EQ(r.videoPath, run.workDir + "/annotated.mp4");
-  cv::VideoCapture back(r.videoPath);
-  EXPECT_NEAR(back.get(cv::CAP_PROP_FPS), 10.0, 0.01);
-  std::filesystem::remove_all(run.workDir);
+  TrackingRun run(InitSource::kDetections);
+  run.config.writeVideo = true;
+  ASSERT_TRUE(run.On(*source));
+  ASSERT_EQ(run.result.videoPath, run.config.workDir + "/annotated.mp4");
+  EXPECT_NEAR(cv::VideoCapture(run.result.videoPath).get(cv::CAP_PROP_FPS), 10.0, 0.01);
   std::remove(clip.c_str());
 }
 
 // A short synthetic scene re-initialised from its ground truth every 10 frames: the library
 // must follow the bodies between re-initialisations. Measured: AUC about 0.9 on such scenes.
 TEST(EndToEnd, ShortSyntheticSceneMeetsTheMinimumAuc) {
-  SceneConfig cfg;
-  cfg.width = 640, cfg.height = 360, cfg.bodies = 4, cfg.frames = 40, cfg.seed = 7;
-  auto source = OpenScene(cfg);
-  RunConfig run;
-  run.init = InitSource::kTruth;
-  run.reinitEvery = 10;
-  run.writeVideo = false;
-  run.workDir = TempPath("e2e");
-  std::filesystem::create_directories(run.workDir);
-  RunResult r;
-  std::string why;
-  ASSERT_TRUE(RunTracking(*source, run, &r, &why)) << why;
-  EXPECT_EQ(r.frames, 40);
-  EXPECT_EQ(r.trackingMs.size(), 36u);
-  EXPECT_GE(r.score.SuccessAuc(), 0.80);
-  EXPECT_GE(r.score.PrecisionAt(20), 0.90);
-  EXPECT_LE(r.score.IdentitySwitches(), 1);
-  std::ifstream tracks(run.workDir + "/tracks.txt");
-  std::string line;
-  int lines = 0;
-  while (std::getline(tracks, line)) ++lines;
-  EXPECT_EQ(lines, 40 * 4);
-  std::filesystem::remove_all(run.workDir);
-  std::printf("end-to-end: AUC %.3f, precision@20 %.3f, switches %d\n", r.score.SuccessAuc(), r.score.PrecisionAt(20),
-              r.score.IdentitySwitches());
+  auto source = OpenScene(SceneOf(640, 360, 4, 40, 7));
+  TrackingRun run(InitSource::kTruth);
+  ASSERT_TRUE(run.On(*source));
+  EXPECT_EQ(run.result.frames, 40);
+  EXPECT_EQ(run.result.trackingMs.size(), 36u);
+  EXPECT_GE(run.result.score.SuccessAuc(), 0.80);
+  EXPECT_GE(run.result.score.PrecisionAt(20), 0.90);
+  EXPECT_LE(run.result.score.IdentitySwitches(), 1);
+  EXPECT_EQ(run.Tracks().size(), 40u * 4u);
 }
 
 }  // namespace
