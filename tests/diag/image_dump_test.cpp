@@ -14,7 +14,6 @@
 #include <vector>
 
 #include "common/zy_alloc.h"
-#include "support/log_capture.h"
 
 namespace {
 
@@ -98,19 +97,6 @@ TEST_F(DumpDir, BmpHeadersRowsAndPaddingByWidth) {
       for (int p = 0; p < kPadding[w - 1]; ++p) EXPECT_EQ(f[row + 3 * w + p], 0);
     }
   }
-
-  // Grey sources repeat each byte; planar sources write pixel j as (plane 2, plane 1, plane 0).
-  const uint8_t grey[] = {1, 2, 3, 4};  // 2 x 2
-  std::string name = base_;
-  ASSERT_EQ(save_bmp_file(name, grey, 2, 2, 1, 0, 1), 0);
-  Bytes f = TakeOnlyFile();
-  EXPECT_EQ(Bytes(f.begin() + 54, f.end()),
-            (Bytes{3, 3, 3, 4, 4, 4, 0, 0, 1, 1, 1, 2, 2, 2, 0, 0}));
-  const uint8_t planar[] = {10, 11, 20, 21, 30, 31};  // 2 x 1
-  name = base_;
-  ASSERT_EQ(save_bmp_file(name, planar, 2, 1, 3, 1, 1), 0);
-  f = TakeOnlyFile();
-  EXPECT_EQ(Bytes(f.begin() + 54, f.end()), (Bytes{30, 20, 10, 31, 21, 11, 0, 0}));
 }
 
 TEST_F(DumpDir, NameCarriesLocalTimeMillisecondsSizeAndRequestId) {
@@ -137,37 +123,6 @@ TEST_F(DumpDir, NameCarriesLocalTimeMillisecondsSizeAndRequestId) {
   }
   FormatDumpTime(t, 0, out, 8);  // truncated, still terminated
   EXPECT_STREQ(out, "0315_14");
-}
-
-TEST_F(DumpDir, BadInputsAreRefusedWithTheErrorLine) {
-  LogCapture log;
-  const uint8_t px[12] = {};
-  struct Case {
-    const uint8_t* buf;
-    int w, h, channel, type;
-  } cases[] = {{px, 2, 2, 2, 0},       {px, 2, 2, 3, 2},        {px, 2, 2, 3, -1},
-               {nullptr, 2, 2, 3, 0},  {px, 0, 2, 3, 0},        {px, 2, -1, 1, 0},
-               {px, INT_MAX, 2, 3, 0}, {px, 30000, 30000, 3, 0}};
-  for (const auto& c : cases) {
-    std::string name = base_;
-    EXPECT_EQ(save_bmp_file(name, c.buf, c.w, c.h, c.channel, c.type, 1), -1);
-    EXPECT_EQ(name, base_);
-    char line[200];
-    std::snprintf(
-        line, sizeof line,
-        "save_bmp_file 53: input error buf=%p, width=%d, height=%d, channel=%d, type=%d!\n",
-        static_cast<const void*>(c.buf), c.w, c.h, c.channel, c.type);
-    EXPECT_TRUE(log.Has(line, ANDROID_LOG_ERROR)) << line;
-  }
-  // A missing directory and a failed row buffer fail quietly.
-  log.Clear();
-  std::string name = dir_ + "/missing/x";
-  EXPECT_EQ(save_bmp_file(name, px, 2, 2, 3, 0, 1), -1);
-  zy::FailNthAllocation(1);
-  name = base_;
-  EXPECT_EQ(save_bmp_file(name, px, 2, 2, 3, 0, 1), -1);
-  EXPECT_TRUE(log.Lines().empty());
-  EXPECT_TRUE(Files().empty());
 }
 
 Bytes Convert(bool nv12, Bytes yuv, int w, int h) {  // yuv by value: exactly sized for ASan
@@ -270,24 +225,6 @@ TEST_F(DumpDir, DumpRefusalsAndFailuresWriteNothing) {
   out.bodyNum = 0;
   EXPECT_EQ(DumpTrackingResult(base_, yuv.data(), 4, 4, 1, out, 1), 0);
   EXPECT_EQ(Files().size(), 1u);
-}
-
-TEST_F(DumpDir, WriteFileReportsOnStandardOutput) {
-  const std::string path = dir_ + "/raw.bin";
-  const char bytes[] = {'a', 0, 'b', '\n', 'c'};
-  std::fflush(stdout);
-  ::testing::internal::CaptureStdout();
-  const int results[] = {writeFile(path, bytes, 5), writeFile(path + "2", nullptr, 5),
-                         writeFile(path + "2", bytes, 0),
-                         writeFile(dir_ + "/missing/raw.bin", bytes, 5)};
-  const std::string printed = ::testing::internal::GetCapturedStdout();
-  EXPECT_EQ(std::vector<int>(results, results + 4), (std::vector<int>{0, -1, -1, -1}));
-  EXPECT_EQ(printed, "save file: " + path + " success!\n" +
-                         "writeFile 165 : input parm error!\n"
-                         "writeFile 165 : input parm error!\n"
-                         "writeFile 171 : Write " +
-                         dir_ + "/missing/raw.bin Failed!\n");
-  EXPECT_EQ(TakeOnlyFile(), (Bytes{'a', 0, 'b', '\n', 'c'}));
 }
 
 }  // namespace
