@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "association/hungarian.h"
-#include "association/kuhn_munkres.h"
 #include "support/log_capture.h"
 #include "support/nv21_frames.h"
 
@@ -29,42 +28,15 @@ float Solve(const Matrix& m, Ids& a) {
   return solver.Solve(Layout(m, 1000.0f).data(), int(m.size()), int(m[0].size()), a.data());
 }
 
-// Returns the first m.size() match entries, after checking that the other rows were reset.
-float Match(const Matrix& m, Ids& out) {
-  Ids match(kCostStride, 77);
-  const float total = KuhnMunkresMatch(Layout(m, -5.0f).data(), int(m.size()), int(m[0].size()), match.data());
-  for (size_t i = m.size(); i < match.size(); ++i) EXPECT_EQ(match[i], -1);
-  out.assign(match.begin(), match.begin() + long(m.size()));
-  return total;
-}
-
-// Best total over assignments of min(rows, cols) pairs (sign -1: the largest total of any
-// matching), by brute force.
-double Best(const Matrix& m, double sign, size_t row = 0, unsigned used = 0, int skips = 0) {
+// Least total over assignments of min(rows, cols) pairs (`skips` rows may stay out), by brute
+// force.
+double Best(const Matrix& m, size_t row, unsigned used, int skips) {
   if (row == m.size()) return 0.0;
-  double best = skips > 0 ? Best(m, sign, row + 1, used, skips - 1) : kInf;
+  double best = skips > 0 ? Best(m, row + 1, used, skips - 1) : kInf;
   for (size_t col = 0; col < m[row].size(); ++col) {
-    if ((used & (1u << col)) == 0) best = std::min(best, sign * m[row][col] + Best(m, sign, row + 1, used | (1u << col), skips));
+    if ((used & (1u << col)) == 0) best = std::min(best, m[row][col] + Best(m, row + 1, used | (1u << col), skips));
   }
   return best;
-}
-
-// Random matrices up to 8 x 8 (wide: no more rows than columns): even trials small integers
-// lo..lo + 6 (exact, full of ties), odd ones floats from lo.
-template <typename Check>
-void ForRandomMatrices(uint32_t seed, bool wide, float lo, Check check) {
-  TestRng rng(seed);
-  for (int rows = 1; rows <= 8; ++rows) {
-    for (int cols = wide ? rows : 1; cols <= 8; ++cols) {
-      for (int trial = 0; trial < 12; ++trial) {
-        Matrix m(static_cast<size_t>(rows), std::vector<float>(static_cast<size_t>(cols)));
-        for (auto& row : m)
-          for (float& v : row) v = trial % 2 == 0 ? float(rng.Uniform(int(lo), int(lo) + 6)) : lo + float(rng.Next() % 100000u) / 7e4f;
-        SCOPED_TRACE(::testing::Message() << rows << "x" << cols << " trial " << trial);
-        check(m, trial % 2 == 0);
-      }
-    }
-  }
 }
 
 // A valid assignment (each column at most once, in range) of `pairs` rows; returns its sum.
@@ -83,25 +55,25 @@ float CheckAssignment(const Matrix& m, const Ids& a, size_t pairs) {
   return sum;
 }
 
+// Random matrices up to 8 x 8: even trials small integers 0..6 (exact, full of ties), odd ones
+// floats.
 TEST(Hungarian, RandomMatricesReachTheBruteForceOptimum) {
-  ForRandomMatrices(20261121u, false, 0.0f, [](const Matrix& m, bool integers) {
-    Ids a;
-    const float cost = Solve(m, a);
-    EXPECT_EQ(cost, CheckAssignment(m, a, std::min(m.size(), m[0].size())));  // the unreduced sum
-    EXPECT_EQ(a[m.size()], 55) << "wrote past nRows";
-    EXPECT_NEAR(cost, Best(m, 1.0, 0, 0, std::max(0, int(m.size()) - int(m[0].size()))), integers ? 0.0 : 1e-4);
-  });
-}
-
-// With no more left than right vertices and every weight positive, the labelling method
-// reaches the maximum; float weights may need many label updates.
-TEST(KuhnMunkres, CompletePositiveMatricesReachTheBruteForceMaximum) {
-  ForRandomMatrices(77u, true, 1.0f, [](const Matrix& m, bool integers) {
-    Ids match;
-    const float total = Match(m, match);
-    EXPECT_EQ(total, CheckAssignment(m, match, m.size()));
-    EXPECT_NEAR(total, -Best(m, -1.0), integers ? 0.0 : 1e-3);
-  });
+  TestRng rng(20261121u);
+  for (int rows = 1; rows <= 8; ++rows) {
+    for (int cols = 1; cols <= 8; ++cols) {
+      for (int trial = 0; trial < 12; ++trial) {
+        Matrix m(static_cast<size_t>(rows), std::vector<float>(static_cast<size_t>(cols)));
+        for (auto& row : m)
+          for (float& v : row) v = trial % 2 == 0 ? float(rng.Uniform(0, 6)) : float(rng.Next() % 100000u) / 7e4f;
+        SCOPED_TRACE(::testing::Message() << rows << "x" << cols << " trial " << trial);
+        Ids a;
+        const float cost = Solve(m, a);
+        EXPECT_EQ(cost, CheckAssignment(m, a, std::min(m.size(), m[0].size())));  // the unreduced sum
+        EXPECT_EQ(a[m.size()], 55) << "wrote past nRows";
+        EXPECT_NEAR(cost, Best(m, 0, 0, std::max(0, rows - cols)), trial % 2 == 0 ? 0.0 : 1e-4);
+      }
+    }
+  }
 }
 
 struct Known {
@@ -133,33 +105,6 @@ TEST(Hungarian, TieBreaksAndKnownAnswers) {
     EXPECT_EQ(Solve(c.m, a), c.total) << c.what;
     EXPECT_EQ(Ids(a.begin(), a.begin() + long(c.m.size())), c.expected) << c.what;
   }
-}
-
-TEST(KuhnMunkres, KnownAnswers) {
-  const float justBelowInf = 1061109504.0f;  // the float before KM_INF, still usable
-  const Known cases[] = {
-      {"zero, negative, KM_INF and beyond are never used", {{0, -3, KM_INF, 2e9f}}, {-1}, 0.0f},
-      {"the largest usable weight wins", {{KM_INF, 3, justBelowInf}, {0, -1, 0}}, {2, -1}, justBelowInf},
-      {"both prefer column 0: the second takes column 1 after a label change", {{10, 1}, {9, 2}}, {0, 1}, 12.0f},
-      {"the second cannot use column 1: the first moves there", {{10, 1}, {9, 0}}, {1, 0}, 10.0f},
-      {"neither can move: the second stays out", {{10, 0}, {9, 0}}, {0, -1}, 10.0f},
-      // More left than right vertices: once no usable edge leaves the search tree the
-      // earlier vertex keeps its partner, so the routine is no maximiser there.
-      {"more left than right", {{1}, {5}}, {0, -1}, 1.0f},
-  };
-  for (const Known& c : cases) {
-    Ids match;
-    EXPECT_EQ(Match(c.m, match), c.total) << c.what;
-    EXPECT_EQ(match, c.expected) << c.what;
-  }
-  const std::vector<float> w(kCostStride * kCostStride, 5.0f);
-  Ids untouched(kCostStride, 77);
-  for (auto [nLeft, nRight, weights, match] :
-       {std::tuple{0, 1, w.data(), untouched.data()}, {1, 0, w.data(), untouched.data()}, {1, 1, w.data(), nullptr},
-        {1, 1, nullptr, untouched.data()}, {31, 1, w.data(), untouched.data()}, {1, 31, w.data(), untouched.data()}}) {
-    EXPECT_EQ(KuhnMunkresMatch(weights, nLeft, nRight, match), 0.0f) << nLeft << "x" << nRight;
-  }
-  EXPECT_EQ(untouched, Ids(kCostStride, 77));
 }
 
 TEST(Hungarian, RefusalsLeaveTheAssignmentUntouched) {
