@@ -1,6 +1,6 @@
-// Gradient histograms: the sector tables from their bit patterns, the orientation search,
-// the channel choice, the cell weights, the accumulation and border rules of both drivers,
-// and the fast rows against the scalar references.
+// Gradient histograms: the orientation search, the channel choice, the cell weights, the
+// accumulation and border rules of both drivers, and the fast rows against the scalar
+// references.
 #include "features/hog_features.h"
 
 #include <gtest/gtest.h>
@@ -16,12 +16,6 @@
 #include "support/nv21_frames.h"
 
 namespace {
-
-uint32_t Bits(float f) {
-  uint32_t b;
-  std::memcpy(&b, &f, sizeof b);
-  return b;
-}
 
 // Float buffers equal bit for bit (NaN and signed zeros included).
 bool SameBits(const std::vector<float>& x, const std::vector<float>& y) {
@@ -59,21 +53,6 @@ struct Scratch {
     return used;
   }
 };
-
-TEST(SectorTables, BitPatternsAndDerivation) {
-  const uint32_t cosBits[10] = {0x3f800000, 0x3f708fb2, 0x3f441b7d, 0x3effffff, 0x3e31d0cf,
-                                0xbe31d0dc, 0xbf000001, 0xbf441b80, 0xbf708fb3, 0xbf800000};
-  const uint32_t sinBits[10] = {0x00000000, 0x3eaf1d44, 0x3f248dbb, 0x3f5db3d8, 0x3f7c1c5d,
-                                0x3f7c1c5c, 0x3f5db3d7, 0x3f248db8, 0x3eaf1d3f, 0xb3bbbd2e};
-  float c[10], s[10];
-  InitSectorTables(c, s, 10, 10);
-  for (int k = 0; k < 10; ++k) {
-    EXPECT_EQ(Bits(kSectorCos[k]), cosBits[k]) << k;
-    EXPECT_EQ(Bits(kSectorSin[k]), sinBits[k]) << k;
-    EXPECT_EQ(Bits(c[k]), cosBits[k]) << k;
-    EXPECT_EQ(Bits(s[k]), sinBits[k]) << k;
-  }
-}
 
 TEST(OrientationBins, SectorSearch) {
   struct Case {
