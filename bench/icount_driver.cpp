@@ -6,6 +6,9 @@
 //   valgrind --tool=callgrind --toggle-collect='updateTracker*' zy_bench_icount 5
 // and divide the collected count by the updates it prints. The frames are rendered before the
 // first update, and nothing is printed between updates, so the count is exactly repeatable.
+// A third argument R renders R frames (at least F + 1) whatever F is: two runs that differ only
+// in F then differ only in their updates (scripts/arm64-icount.sh counts arm64 instructions
+// that way, under qemu, which has no collection toggle).
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -26,8 +29,9 @@ int main(int argc, char** argv) {
   const zybench::Scene scene = side > 0 ? zybench::Scene(shape, zybench::BodiesOfSide(4, side, 1920, 1080, 21))
                                         : zybench::Scene(shape);
 
-  std::vector<std::vector<uint8_t>> nv21(static_cast<size_t>(frames) + 1);
-  for (int t = 0; t <= frames; ++t) {
+  const int rendered = argc > 3 && std::atoi(argv[3]) > frames ? std::atoi(argv[3]) : frames + 1;
+  std::vector<std::vector<uint8_t>> nv21(static_cast<size_t>(rendered));
+  for (int t = 0; t < rendered; ++t) {
     nv21[static_cast<size_t>(t)].resize(scene.FrameBytes());
     scene.Render(t, nv21[static_cast<size_t>(t)].data());
   }
