@@ -2,6 +2,7 @@
 // for bit: integer differences are exact, and the float work uses separate multiplies and
 // adds (never a fused multiply-add) and a correctly rounded square root, as the scalar rows do.
 #include <cmath>
+#include <utility>
 
 #include "features/hog_rows.h"
 
@@ -42,6 +43,27 @@ void GradientRow3_NEON(const uint8_t* const row[3], const uint8_t* const above[3
 
 namespace {
 
+#if defined(__aarch64__)
+// The sectors' cosines and sines four to a register, applied with by-element multiplies: six
+// registers instead of eighteen, so that the search keeps every constant in a register.
+struct SectorVectors {
+  float32x4_t c[3];
+  float32x4_t s[3];
+};
+
+SectorVectors LoadSectors(const float* sectorCos, const float* sectorSin) {
+  return {{vld1q_f32(sectorCos), vld1q_f32(sectorCos + 4), vdupq_n_f32(sectorCos[8])},
+          {vld1q_f32(sectorSin), vld1q_f32(sectorSin + 4), vdupq_n_f32(sectorSin[8])}};
+}
+
+// cos_K * fx + sin_K * fy per lane (two products, then their sum: no fused multiply-add).
+template <int K>
+inline float32x4_t Projection(const SectorVectors& sv, float32x4_t fx, float32x4_t fy) {
+  return vaddq_f32(vmulq_laneq_f32(fx, sv.c[K / 4], K % 4), vmulq_laneq_f32(fy, sv.s[K / 4], K % 4));
+}
+#else
+// Elsewhere (SIMDe) a by-element multiply is a shuffle and a multiply: one broadcast register
+// per constant instead.
 struct SectorVectors {
   float32x4_t c[9];
   float32x4_t s[9];
@@ -55,6 +77,12 @@ SectorVectors LoadSectors(const float* sectorCos, const float* sectorSin) {
   }
   return v;
 }
+
+template <int K>
+inline float32x4_t Projection(const SectorVectors& sv, float32x4_t fx, float32x4_t fy) {
+  return vaddq_f32(vmulq_f32(sv.c[K], fx), vmulq_f32(sv.s[K], fy));
+}
+#endif
 
 // Lane selects whose masks come from comparisons (every lane all ones or all zeros). SSE4.1
 // blends give the same lanes as the three-instruction bitwise select SIMDe writes for vbslq.
@@ -85,20 +113,41 @@ inline float32x4_t MaxF32(float32x4_t a, float32x4_t b) {
 // projection is never zero, and dot_0 is never -0 (fx is an integer, to which 0 * fy adds +0
 // or -0). The signed bin is the sector plus 9 for a negative projection; stores the unsigned
 // and signed bins interleaved at bins[0..7].
-inline void SearchSectors4(const SectorVectors& sv, float32x4_t fx, float32x4_t fy, uint32_t* bins) {
-  const float32x4_t dot0 = vaddq_f32(vmulq_f32(sv.c[0], fx), vmulq_f32(sv.s[0], fy));
-  float32x4_t best = vabsq_f32(dot0);
-  float32x4_t bestDot = dot0;
-  float32x4_t sectorBits = vdupq_n_f32(0.0f);
-#pragma GCC unroll 8
-  for (uint32_t k = 1; k < 9; ++k) {
-    const float32x4_t dot = vaddq_f32(vmulq_f32(sv.c[k], fx), vmulq_f32(sv.s[k], fy));
-    const float32x4_t size = vabsq_f32(dot);
-    const uint32x4_t take = vcgtq_f32(size, best);
-    bestDot = SelectF32(take, dot, bestDot);
-    sectorBits = SelectF32(take, vreinterpretq_f32_u32(vdupq_n_u32(k)), sectorBits);
-    best = MaxF32(best, size);
-  }
+struct SectorState {
+  float32x4_t best, bestDot, sectorBits;
+};
+
+// One sector: taken when |dot| > best. best is always |bestDot|, so on arm64 one absolute
+// compare (|dot| > |bestDot|) does the test and no running maximum is needed.
+template <int K>
+inline __attribute__((always_inline)) void SectorStep(const SectorVectors& sv, float32x4_t fx,
+                                                      float32x4_t fy, SectorState& st) {
+  const float32x4_t dot = Projection<K>(sv, fx, fy);
+#if defined(__aarch64__)
+  const uint32x4_t take = vcagtq_f32(dot, st.bestDot);
+#else
+  const float32x4_t size = vabsq_f32(dot);
+  const uint32x4_t take = vcgtq_f32(size, st.best);
+  st.best = MaxF32(st.best, size);
+#endif
+  st.bestDot = SelectF32(take, dot, st.bestDot);
+  st.sectorBits = SelectF32(take, vreinterpretq_f32_u32(vdupq_n_u32(K)), st.sectorBits);
+}
+
+template <int... K>
+inline __attribute__((always_inline)) void SectorSteps(std::integer_sequence<int, K...>,
+                                                       const SectorVectors& sv, float32x4_t fx,
+                                                       float32x4_t fy, SectorState& st) {
+  (SectorStep<K + 1>(sv, fx, fy, st), ...);
+}
+
+inline __attribute__((always_inline)) void SearchSectors4(const SectorVectors& sv, float32x4_t fx,
+                                                          float32x4_t fy, uint32_t* bins) {
+  const float32x4_t dot0 = Projection<0>(sv, fx, fy);
+  SectorState st{vabsq_f32(dot0), dot0, vdupq_n_f32(0.0f)};
+  SectorSteps(std::make_integer_sequence<int, 8>{}, sv, fx, fy, st);
+  const float32x4_t bestDot = st.bestDot;
+  const float32x4_t sectorBits = st.sectorBits;
   const uint32x4_t sector = vreinterpretq_u32_f32(sectorBits);
   const uint32x4_t negative = vshrq_n_u32(vreinterpretq_u32_f32(bestDot), 31);
   const uint32x4_t signedBin = vaddq_u32(sector, vaddq_u32(vshlq_n_u32(negative, 3), negative));
@@ -206,11 +255,20 @@ inline int16x8_t ByteDifferences8(const uint8_t* a, const uint8_t* b) {
 
 // The low and high four lanes of v as floats: each lane paired with itself and shifted back
 // arithmetically is its sign extension (cheaper than SIMDe's 64-bit halves on x86-64).
+// arm64 sign-extends a half in one instruction.
 inline float32x4_t LowToFloat(int16x8_t v) {
+#if defined(__aarch64__)
+  return vcvtq_f32_s32(vmovl_s16(vget_low_s16(v)));
+#else
   return vcvtq_f32_s32(vshrq_n_s32(vreinterpretq_s32_s16(vzip1q_s16(v, v)), 16));
+#endif
 }
 inline float32x4_t HighToFloat(int16x8_t v) {
+#if defined(__aarch64__)
+  return vcvtq_f32_s32(vmovl_high_s16(v));
+#else
   return vcvtq_f32_s32(vshrq_n_s32(vreinterpretq_s32_s16(vzip2q_s16(v, v)), 16));
+#endif
 }
 }  // namespace
 
