@@ -143,21 +143,26 @@ inline __attribute__((always_inline)) void AccumulateInteriorCell4(const CellLay
 // does, with the neighbours' presence and the pixel limits (the frame's last row and column
 // are left out) settled once per cell instead of once per pixel, and bins checked once per
 // pixel. The neighbour offsets are only applied when that neighbour exists.
-template <uint32_t F>
-void AccumulateEdgeCell4(const CellLayout& L, int32_t i, int32_t j, const float* gradMag,
-                         const uint32_t* gradBins, float* cellFeat) {
+// kWhole: all 16 pixels lie inside the accumulated area, so the pixel loops have fixed
+// counts and unroll.
+template <uint32_t F, bool kWhole>
+inline __attribute__((always_inline)) void AccumulateEdgeCell4T(const CellLayout& L, int32_t i, int32_t j,
+                                                                const float* gradMag,
+                                                                const uint32_t* gradBins, float* cellFeat,
+                                                                int32_t rows, int32_t cols) {
+  if (kWhole) rows = cols = 4;
   const ptrdiff_t rowStride = static_cast<ptrdiff_t>(L.sizeX) * F;
   float* own = cellFeat + (static_cast<size_t>(i) * L.sizeX + j) * F;
   const bool up = i >= 1, down = i + 1 < L.sizeY, left = j >= 1, right = j + 1 < L.sizeX;
-  const int32_t rows = L.height - 1 - 4 * i < 4 ? L.height - 1 - 4 * i : 4;
-  const int32_t cols = L.width - 1 - 4 * j < 4 ? L.width - 1 - 4 * j : 4;
   const float* w = L.cellWeights;
+#pragma GCC unroll 4
   for (int32_t ii = 0; ii < rows; ++ii) {
     const float wy0 = w[2 * ii];
     const float wy1 = w[2 * ii + 1];
     const bool vIn = ii < 2 ? up : down;
     const ptrdiff_t v = ii < 2 ? -rowStride : rowStride;
     const size_t d0 = static_cast<size_t>(4 * i + ii) * L.width + 4 * static_cast<size_t>(j);
+#pragma GCC unroll 4
     for (int32_t jj = 0; jj < cols; ++jj) {
       const bool hIn = jj < 2 ? left : right;
       const ptrdiff_t h = jj < 2 ? -static_cast<ptrdiff_t>(F) : static_cast<ptrdiff_t>(F);
@@ -189,6 +194,18 @@ void AccumulateEdgeCell4(const CellLayout& L, int32_t i, int32_t j, const float*
         if (vIn && hIn) AddToBins<F>(own + v + h, u, sg, vDiag);
       }
     }
+  }
+}
+
+template <uint32_t F>
+void AccumulateEdgeCell4(const CellLayout& L, int32_t i, int32_t j, const float* gradMag,
+                         const uint32_t* gradBins, float* cellFeat) {
+  const int32_t rows = L.height - 1 - 4 * i < 4 ? L.height - 1 - 4 * i : 4;
+  const int32_t cols = L.width - 1 - 4 * j < 4 ? L.width - 1 - 4 * j : 4;
+  if (rows == 4 && cols == 4) {
+    AccumulateEdgeCell4T<F, true>(L, i, j, gradMag, gradBins, cellFeat, rows, cols);
+  } else {
+    AccumulateEdgeCell4T<F, false>(L, i, j, gradMag, gradBins, cellFeat, rows, cols);
   }
 }
 
