@@ -9,7 +9,7 @@
 
 // Cosine and sine of the nine orientation sectors k * 20 degrees (entry 9 is kept for
 // completeness and never read): cosf / sinf of ((float)k * (float)pi) / 9.0f, every step in
-// single precision. The bit patterns are the definition; tests hold them.
+// single precision. The bit patterns written beside the definitions are the definition.
 extern const float kSectorCos[10];
 extern const float kSectorSin[10];
 
