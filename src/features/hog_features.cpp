@@ -80,30 +80,37 @@ void AccumulateCellT(const CellLayout& L, int32_t i, int32_t j, const float* gra
   }
 }
 
-// The same for a cell of size 4 whose neighbours all lie in the map and whose pixels all lie
-// inside the accumulated area (the caller checks), with the own-cell side of each pixel offset
-// known: 0 and 1 feed the cell before, 2 and 3 the cell after. A pixel's four additions go to
-// four different cells, so they may be made in any order; each bin still receives its
-// additions in the reference's pixel order, which is what keeps the sums identical. Bins are
-// checked once per pixel.
-template <uint32_t F>
-inline __attribute__((always_inline)) void AccumulateInteriorCell4(const CellLayout& L, int32_t i,
-                                                                   int32_t j, const float* gradMag,
-                                                                   const uint32_t* gradBins,
-                                                                   float* cellFeat) {
+// A cell of size 4, what AccumulateCellT<F, 4> does: a pixel's four additions go to four
+// different cells, so they may be made in any order; each bin still receives its additions in
+// the reference's pixel order, which is what keeps the sums identical. The own-cell side of
+// each pixel offset is known (0 and 1 feed the cell before, 2 and 3 the cell after), bins are
+// checked once per pixel, and the tests the reference makes per pixel are settled per cell:
+// - kInterior: all four neighbours lie in the map and all 16 pixels inside the accumulated
+//   area (the caller checks); nothing is tested;
+// - otherwise the neighbours' presence is found once per cell and only existing ones are
+//   written; kWhole says all 16 pixels count (fixed loop counts that unroll), else `rows` and
+//   `cols` leave out the frame's last pixel row and column.
+template <uint32_t F, bool kInterior, bool kWhole>
+inline __attribute__((always_inline)) void AccumulateCell4T(const CellLayout& L, int32_t i, int32_t j,
+                                                            const float* gradMag, const uint32_t* gradBins,
+                                                            float* cellFeat, int32_t rows, int32_t cols) {
+  if (kInterior || kWhole) rows = cols = 4;
   const ptrdiff_t rowStride = static_cast<ptrdiff_t>(L.sizeX) * F;
   float* own = cellFeat + (static_cast<size_t>(i) * L.sizeX + j) * F;
+  const bool up = kInterior || i >= 1, down = kInterior || i + 1 < L.sizeY;
+  const bool left = kInterior || j >= 1, right = kInterior || j + 1 < L.sizeX;
   const float wx[8] = {L.cellWeights[0], L.cellWeights[1], L.cellWeights[2], L.cellWeights[3],
                        L.cellWeights[4], L.cellWeights[5], L.cellWeights[6], L.cellWeights[7]};
 #pragma GCC unroll 4
-  for (int32_t ii = 0; ii < 4; ++ii) {
+  for (int32_t ii = 0; ii < rows; ++ii) {
     const float wy0 = wx[2 * ii];
     const float wy1 = wx[2 * ii + 1];
+    const bool vIn = ii < 2 ? up : down;
     const ptrdiff_t v = ii < 2 ? -rowStride : rowStride;
-    float* vert = own + v;
     const size_t d0 = static_cast<size_t>(4 * i + ii) * L.width + 4 * static_cast<size_t>(j);
 #pragma GCC unroll 4
-    for (int32_t jj = 0; jj < 4; ++jj) {
+    for (int32_t jj = 0; jj < cols; ++jj) {
+      const bool hIn = jj < 2 ? left : right;
       const ptrdiff_t h = jj < 2 ? -static_cast<ptrdiff_t>(F) : static_cast<ptrdiff_t>(F);
       const size_t d = d0 + jj;
       const float r = gradMag[d];
@@ -116,76 +123,18 @@ inline __attribute__((always_inline)) void AccumulateInteriorCell4(const CellLay
       const float vSide = wy0 * b;
       const float vDiag = b * wy1;
       if (u < 9 && (F == 9 || sg < 18)) {
-        // One address per bin; the four cells are fixed offsets from it.
+        // One address per bin; the neighbours are fixed offsets from it.
         float* p = own + u;
         p[0] += vOwn;
-        p[v] += vVert;
-        p[h] += vSide;
-        p[v + h] += vDiag;
+        if (vIn) p[v] += vVert;
+        if (hIn) p[h] += vSide;
+        if (vIn && hIn) p[v + h] += vDiag;
         if (F == 27) {
           float* q = own + 9 + sg;
           q[0] += vOwn;
-          q[v] += vVert;
-          q[h] += vSide;
-          q[v + h] += vDiag;
-        }
-      } else {
-        AddToBins<F>(own, u, sg, vOwn);
-        AddToBins<F>(vert, u, sg, vVert);
-        AddToBins<F>(own + h, u, sg, vSide);
-        AddToBins<F>(vert + h, u, sg, vDiag);
-      }
-    }
-  }
-}
-
-// A cell of size 4 anywhere in the map, in particular on its edge: what AccumulateCellT<F, 4>
-// does, with the neighbours' presence and the pixel limits (the frame's last row and column
-// are left out) settled once per cell instead of once per pixel, and bins checked once per
-// pixel. The neighbour offsets are only applied when that neighbour exists.
-// kWhole: all 16 pixels lie inside the accumulated area, so the pixel loops have fixed
-// counts and unroll.
-template <uint32_t F, bool kWhole>
-inline __attribute__((always_inline)) void AccumulateEdgeCell4T(const CellLayout& L, int32_t i, int32_t j,
-                                                                const float* gradMag,
-                                                                const uint32_t* gradBins, float* cellFeat,
-                                                                int32_t rows, int32_t cols) {
-  if (kWhole) rows = cols = 4;
-  const ptrdiff_t rowStride = static_cast<ptrdiff_t>(L.sizeX) * F;
-  float* own = cellFeat + (static_cast<size_t>(i) * L.sizeX + j) * F;
-  const bool up = i >= 1, down = i + 1 < L.sizeY, left = j >= 1, right = j + 1 < L.sizeX;
-  const float* w = L.cellWeights;
-#pragma GCC unroll 4
-  for (int32_t ii = 0; ii < rows; ++ii) {
-    const float wy0 = w[2 * ii];
-    const float wy1 = w[2 * ii + 1];
-    const bool vIn = ii < 2 ? up : down;
-    const ptrdiff_t v = ii < 2 ? -rowStride : rowStride;
-    const size_t d0 = static_cast<size_t>(4 * i + ii) * L.width + 4 * static_cast<size_t>(j);
-#pragma GCC unroll 4
-    for (int32_t jj = 0; jj < cols; ++jj) {
-      const bool hIn = jj < 2 ? left : right;
-      const ptrdiff_t h = jj < 2 ? -static_cast<ptrdiff_t>(F) : static_cast<ptrdiff_t>(F);
-      const size_t d = d0 + jj;
-      const float r = gradMag[d];
-      const uint32_t u = gradBins[2 * d];
-      const uint32_t sg = gradBins[2 * d + 1];
-      const float a = r * w[2 * jj];
-      const float b = r * w[2 * jj + 1];
-      const float vOwn = a * wy0;
-      const float vVert = a * wy1;
-      const float vSide = wy0 * b;
-      const float vDiag = b * wy1;
-      if (u < 9 && (F == 9 || sg < 18)) {
-        own[u] += vOwn;
-        if (vIn) own[v + u] += vVert;
-        if (hIn) own[h + u] += vSide;
-        if (vIn && hIn) own[v + h + u] += vDiag;
-        if (F == 27) {
-          own[9 + sg] += vOwn;
-          if (vIn) own[v + 9 + sg] += vVert;
-          if (hIn) own[h + 9 + sg] += vSide;
-          if (vIn && hIn) own[v + h + 9 + sg] += vDiag;
+          if (vIn) q[v] += vVert;
+          if (hIn) q[h] += vSide;
+          if (vIn && hIn) q[v + h] += vDiag;
         }
       } else {
         AddToBins<F>(own, u, sg, vOwn);
@@ -197,15 +146,16 @@ inline __attribute__((always_inline)) void AccumulateEdgeCell4T(const CellLayout
   }
 }
 
+// An edge cell (some neighbour outside the map, or pixels on the frame's last row or column).
 template <uint32_t F>
 void AccumulateEdgeCell4(const CellLayout& L, int32_t i, int32_t j, const float* gradMag,
                          const uint32_t* gradBins, float* cellFeat) {
   const int32_t rows = L.height - 1 - 4 * i < 4 ? L.height - 1 - 4 * i : 4;
   const int32_t cols = L.width - 1 - 4 * j < 4 ? L.width - 1 - 4 * j : 4;
   if (rows == 4 && cols == 4) {
-    AccumulateEdgeCell4T<F, true>(L, i, j, gradMag, gradBins, cellFeat, rows, cols);
+    AccumulateCell4T<F, false, true>(L, i, j, gradMag, gradBins, cellFeat, rows, cols);
   } else {
-    AccumulateEdgeCell4T<F, false>(L, i, j, gradMag, gradBins, cellFeat, rows, cols);
+    AccumulateCell4T<F, false, false>(L, i, j, gradMag, gradBins, cellFeat, rows, cols);
   }
 }
 
@@ -218,7 +168,7 @@ inline __attribute__((always_inline)) void AccumulateInteriorRowT(const CellLayo
                                                                   const uint32_t* gradBins,
                                                                   float* cellFeat) {
   for (int32_t j = 1; j <= lastJ; ++j) {
-    AccumulateInteriorCell4<F>(L, i, j, gradMag, gradBins, cellFeat);
+    AccumulateCell4T<F, true, true>(L, i, j, gradMag, gradBins, cellFeat, 4, 4);
   }
 }
 
