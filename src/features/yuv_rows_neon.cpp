@@ -91,16 +91,17 @@ inline uint32x4_t Insert32(uint32x4_t v, const uint8_t* p) {
   return vsetq_lane_u32(x, v, L);
 }
 
-inline uint8x16_t GatherPairs(const uint8_t* frame, int64_t base, const int32_t o[8]) {
+// Luma pairs: lanes 0..3 from base03 + o[0..3], lanes 4..7 from base47 + o[4..7].
+inline uint8x16_t GatherPairs(const uint8_t* frame, int64_t base03, int64_t base47, const int32_t o[8]) {
   uint16x8_t v = vdupq_n_u16(0);
-  v = Insert16<0>(v, frame + (base + o[0]));
-  v = Insert16<1>(v, frame + (base + o[1]));
-  v = Insert16<2>(v, frame + (base + o[2]));
-  v = Insert16<3>(v, frame + (base + o[3]));
-  v = Insert16<4>(v, frame + (base + o[4]));
-  v = Insert16<5>(v, frame + (base + o[5]));
-  v = Insert16<6>(v, frame + (base + o[6]));
-  v = Insert16<7>(v, frame + (base + o[7]));
+  v = Insert16<0>(v, frame + (base03 + o[0]));
+  v = Insert16<1>(v, frame + (base03 + o[1]));
+  v = Insert16<2>(v, frame + (base03 + o[2]));
+  v = Insert16<3>(v, frame + (base03 + o[3]));
+  v = Insert16<4>(v, frame + (base47 + o[4]));
+  v = Insert16<5>(v, frame + (base47 + o[5]));
+  v = Insert16<6>(v, frame + (base47 + o[6]));
+  v = Insert16<7>(v, frame + (base47 + o[7]));
   return vreinterpretq_u8_u16(v);
 }
 
@@ -146,16 +147,7 @@ void Nv21OneFormToRgb4_NEON(const uint8_t* frame, const int32_t bases[4], const 
                             uint8_t* r, uint8_t* g, uint8_t* b) {
   // Luma pairs of the four pixels in lanes 0..3 (top row) and 4..7 (bottom row).
   const int32_t pairs[8] = {o[0], o[1], o[2], o[3], o[0], o[1], o[2], o[3]};
-  uint16x8_t lp = vdupq_n_u16(0);
-  lp = Insert16<0>(lp, frame + (static_cast<int64_t>(bases[0]) + pairs[0]));
-  lp = Insert16<1>(lp, frame + (static_cast<int64_t>(bases[0]) + pairs[1]));
-  lp = Insert16<2>(lp, frame + (static_cast<int64_t>(bases[0]) + pairs[2]));
-  lp = Insert16<3>(lp, frame + (static_cast<int64_t>(bases[0]) + pairs[3]));
-  lp = Insert16<4>(lp, frame + (static_cast<int64_t>(bases[1]) + pairs[4]));
-  lp = Insert16<5>(lp, frame + (static_cast<int64_t>(bases[1]) + pairs[5]));
-  lp = Insert16<6>(lp, frame + (static_cast<int64_t>(bases[1]) + pairs[6]));
-  lp = Insert16<7>(lp, frame + (static_cast<int64_t>(bases[1]) + pairs[7]));
-  const uint16x8_t rows = PairAverage16(vreinterpretq_u8_u16(lp));
+  const uint16x8_t rows = PairAverage16(GatherPairs(frame, bases[0], bases[1], pairs));
   // Lanes 0..3: the rounding average of the two rows' pair averages.
   const uint16x8_t ya = vrhaddq_u16(rows, vextq_u16(rows, rows, 4));
   // Chroma: byte 0 of each 32-bit lane the V average, byte 1 the U average.
@@ -200,7 +192,7 @@ void Nv21RowToRgb_NEON(const uint8_t* frame, const int32_t bases[4], const int32
       GroupToRgb(JoinLow(lo.lumaTop, hi.lumaTop), JoinLow(lo.lumaBottom, hi.lumaBottom), lo.chromaTop,
                  hi.chromaTop, lo.chromaBottom, hi.chromaBottom, rk, gk, bk);
     } else {
-      GroupToRgb(GatherPairs(frame, bases[0], o), GatherPairs(frame, bases[1], o),
+      GroupToRgb(GatherPairs(frame, bases[0], bases[0], o), GatherPairs(frame, bases[1], bases[1], o),
                  GatherQuads(frame, bases[2], o), GatherQuads(frame, bases[2], o + 4),
                  GatherQuads(frame, bases[3], o), GatherQuads(frame, bases[3], o + 4), rk, gk, bk);
     }
