@@ -135,11 +135,13 @@ struct GroupPlans {
   int32_t loadEnd;  // largest planned load offset + kLoadPlanReach; INT32_MIN when none
 };
 
+// Plans the whole groups of the n entries (n at most the stack list's capacity); entries past
+// them are never read.
 void MakeGroupPlans(const int32_t* list, int32_t n, GroupPlans* p) {
   p->loadEnd = INT32_MIN;
-  for (int32_t g = 0; g < GroupPlans::kGroups; ++g) {
+  for (int32_t g = 0; g < n / 8; ++g) {
     const int32_t k = 8 * g;
-    p->ok[g] = k + 8 <= n && MakeNv21LoadPlan8(list + k, &p->plan[g]);
+    p->ok[g] = MakeNv21LoadPlan8(list + k, &p->plan[g]);
     if (p->ok[g] && list[k + 4] > INT32_MAX - kLoadPlanReach) p->ok[g] = false;
     if (p->ok[g] && list[k + 4] + kLoadPlanReach > p->loadEnd) p->loadEnd = list[k + 4] + kLoadPlanReach;
   }
