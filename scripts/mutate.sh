@@ -23,7 +23,7 @@ py=/usr/bin/python3
 total=$(grep -vc '^#' "$list")
 first=${1:-1}
 last=${2:-$total}
-suite_limit=${ZY_MUTATE_SUITE_SECONDS:-120}
+suite_limit=${ZY_MUTATE_SUITE_SECONDS:-90}
 build_limit=${ZY_MUTATE_BUILD_SECONDS:-600}
 
 scripts/setup.sh test
@@ -36,7 +36,7 @@ cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZY_BUILD_TES
   -DZY_BUILD_TOOLS=OFF -DZY_BUILD_DEMO=OFF -DZY_WERROR=OFF > /dev/null
 cmake --build "$build" > /dev/null
 # The install test rebuilds a consumer project from scratch; it proves packaging, not behaviour.
-suite=(ctest --test-dir "$build" -j2 --stop-on-failure --timeout 60 -E '^Install\.' -Q)
+suite=(ctest --test-dir "$build" -j2 --stop-on-failure --timeout 30 -E '^Install\.' -Q)
 echo "mutate: baseline suite"
 "${suite[@]}" || { echo "mutate: the suite fails without any mutant" >&2; exit 1; }
 
