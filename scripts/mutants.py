@@ -178,17 +178,31 @@ def read_list(path):
 
 
 def locate(row):
-    """(path, lines, index) of the mutant's line, or None when the line is gone."""
+    """(path, lines, index) of the mutant's line, or None when the line is gone.
+
+    The line is looked for in its own file first; when that file no longer has it (a file split
+    in two, a function moved), in the other files of the same folder, provided the line's text
+    is found exactly once there."""
     rel, occ, raw, kind, col, old, new = row
+    if raw[col:col + len(old)] != old:
+        return None
     path = os.path.join(ROOT, rel)
-    if not os.path.exists(path):
-        return None
-    with open(path, encoding="utf-8") as f:
-        lines = f.read().split("\n")
-    hits = [k for k, line in enumerate(lines) if line == raw]
-    if occ >= len(hits) or raw[col:col + len(old)] != old:
-        return None
-    return path, lines, hits[occ]
+    if os.path.exists(path):
+        with open(path, encoding="utf-8") as f:
+            lines = f.read().split("\n")
+        hits = [k for k, line in enumerate(lines) if line == raw]
+        if occ < len(hits):
+            return path, lines, hits[occ]
+    folder = os.path.dirname(path)
+    found = []
+    for name in sorted(os.listdir(folder)):
+        other = os.path.join(folder, name)
+        if other == path or not name.endswith((".cpp", ".h")):
+            continue
+        with open(other, encoding="utf-8") as f:
+            lines = f.read().split("\n")
+        found += [(other, lines, k) for k, line in enumerate(lines) if line == raw]
+    return found[0] if len(found) == 1 else None
 
 
 def main():
@@ -211,12 +225,12 @@ def main():
         return 3
     path, lines, idx = where
     if sys.argv[1] == "show":
-        print(f"{rel}:{idx + 1}: {kind}: '{old}' -> '{new}'")
+        print(f"{os.path.relpath(path, ROOT)}:{idx + 1}: {kind}: '{old}' -> '{new}'")
         return 0
     lines[idx] = raw[:col] + new + raw[col + len(old):]
     with open(path, "w", encoding="utf-8") as f:
         f.write("\n".join(lines))
-    print(f"{rel}:{idx + 1}: {kind}: '{old}' -> '{new}'")
+    print(f"{os.path.relpath(path, ROOT)}:{idx + 1}: {kind}: '{old}' -> '{new}'")
     return 0
 
 
