@@ -6,7 +6,9 @@
 
 #include "ZyBodyTracking.h"
 #include "association/hungarian.h"
-#include "tracker/tracking_inp.h"
+
+// The trackers are reached through pointers only; their record is the tracker folder's own.
+struct TrackingInp;
 
 struct AlgoHandle {
   TrackingInp* koTrackingInp[MAX_INPLACE_NUM];  // slot i follows the i-th body

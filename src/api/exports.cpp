@@ -7,6 +7,7 @@
 #include "common/zy_memops.h"
 #include "common/zy_sysprop.h"
 #include "runtime/qtx.h"
+#include "tracker/tracking_inp.h"
 
 namespace {
 

@@ -14,6 +14,7 @@
 #include "diag/image_dump.h"
 #include "runtime/body_tasks.h"
 #include "runtime/qtx.h"
+#include "tracker/tracking_inp.h"
 
 namespace {
 

@@ -12,7 +12,21 @@
 
 #include <cstdint>
 
-#include "common/zy_neon.h"
+// The transform uses nothing of the rest of the library, so it picks its intrinsics itself: the
+// real NEON on arm64, SIMDe's translation of the same source on other hosts, none in the plain
+// scalar build.
+#if defined(ZY_SCALAR_ONLY)
+#define ZY_HAVE_NEON 0
+#elif defined(__aarch64__) || defined(__ARM_NEON)
+#include <arm_neon.h>
+#define ZY_HAVE_NEON 1
+#elif __has_include(<simde/arm/neon.h>)
+#define SIMDE_ENABLE_NATIVE_ALIASES
+#include <simde/arm/neon.h>
+#define ZY_HAVE_NEON 1
+#else
+#define ZY_HAVE_NEON 0
+#endif
 
 namespace zy {
 namespace fft {

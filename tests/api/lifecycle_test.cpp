@@ -3,6 +3,7 @@
 #include <numeric>
 
 #include "api/algo_handle.h"
+#include "tracker/tracking_inp.h"
 #include "runtime/qtx.h"
 #include "support/log_capture.h"
 

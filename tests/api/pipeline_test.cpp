@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "api/algo_handle.h"
+#include "tracker/tracking_inp.h"
 #include "runtime/qtx.h"
 #include "scene.h"
 #include "support/counting_new.h"

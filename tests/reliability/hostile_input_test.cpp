@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "api/algo_handle.h"
+#include "tracker/tracking_inp.h"
 #include "scene.h"
 #include "support/log_capture.h"
 
