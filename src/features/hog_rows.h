@@ -43,6 +43,15 @@ void ComputeMagnitudeBins3(int32_t width, int32_t height, int32_t channels, cons
                            const float* sectorSin, uint32_t* gradBins,
                            KernelChoice choice = kDefaultKernels);
 
+// Pixel 1 of row y in each of the three planes of a planar patch, and the pixels straight
+// above and below.
+struct PlaneRows {
+  const uint8_t* row[3];
+  const uint8_t* above[3];
+  const uint8_t* below[3];
+};
+PlaneRows PlaneRowsAt(const uint8_t* data, int32_t width, int32_t height, int32_t y);
+
 // The drivers with a chosen kernel set; featuresPerCell is 27 (full) or 9 (light).
 uint32_t ComputeCellHistogramsWith(KernelChoice choice, uint32_t featuresPerCell,
                                    const FeatureImage* image, uint32_t cellSize, float* cellFeat,
