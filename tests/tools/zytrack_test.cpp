@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "frames.h"
+#include "library_log.h"
 #include "metrics.h"
 #include "mot_io.h"
 #include "runner.h"
@@ -263,7 +264,13 @@ TEST(EndToEnd, AnnotatedVideoKeepsTheFrameRate) {
 TEST(EndToEnd, ShortSyntheticSceneMeetsTheMinimumAuc) {
   auto source = OpenScene(SceneOf(640, 360, 4, 40, 7));
   TrackingRun run(InitSource::kTruth);
+  library_log::Install(false);  // the library's lines are kept, not printed
+  testing::internal::CaptureStderr();
   ASSERT_TRUE(run.On(*source));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  EXPECT_NE(library_log::Lines().at(0).find(" I CreateKoTrackingAlgo"), std::string::npos);
+  EXPECT_GE(run.result.mot.Mota(), 0.9);
+  EXPECT_GE(run.result.mot.Idf1(), 0.9);
   EXPECT_EQ(run.result.frames, 40);
   EXPECT_EQ(run.result.trackingMs.size(), 36u);
   EXPECT_GE(run.result.score.SuccessAuc(), 0.80);
