@@ -244,6 +244,18 @@ int Run(const Options& o) {
     result.mot = ScoreMot(gt, result.tracks);
     result.hasMot = true;
   }
+  if (ok && !result.truth.empty()) {  // a synthetic scene's ground truth, for scoring with --gt later
+    std::ofstream truth(work + "/gt.txt");
+    for (const auto& [frame, boxes] : result.truth)
+      for (const MotBox& m : boxes) {  // exact (the float boxes read back unchanged)
+        char line[160];
+        std::snprintf(line, sizeof line, "%d,%d,%.9g,%.9g,%.9g,%.9g,1,-1,-1,-1\n", frame, m.id, m.left, m.top,
+                      m.width, m.height);
+        truth << line;
+      }
+    truth.close();
+    if (!truth) ok = false, error = o.out + ": cannot write gt.txt";
+  }
   ok = ok && KeepLibraryLog(work, &result, &error);
   if (ok) {
     std::ofstream json(work + "/summary.json");
@@ -270,9 +282,10 @@ int Run(const Options& o) {
   if (result.hasMot) std::printf("zytrack: against %s: %s\n", o.gt.empty() ? "the scene's ground truth" : o.gt.c_str(),
                                  MotText(result.mot).c_str());
   PrintLogNote(o.out, result.logLines, result.logErrors, o.verbose);
-  std::printf("zytrack: outputs in %s: tracks.txt, %s, summary.json, library.log\n", o.out.c_str(),
+  std::printf("zytrack: outputs in %s: tracks.txt, %s, summary.json, library.log%s\n", o.out.c_str(),
               result.videoPath.empty() ? "(no video)"
-                                       : fs::path(result.videoPath).filename().c_str());
+                                       : fs::path(result.videoPath).filename().c_str(),
+              result.truth.empty() ? "" : ", gt.txt");
   return 0;
 }
 
