@@ -78,19 +78,21 @@ def bgr_to_nv21(bgr):
         raise ValueError(f"a BGR image has shape (H, W, 3); got {bgr.shape}")
     h, w = bgr.shape[:2]
     _check_even(w, h)
-    b, g, r = (bgr[..., k].astype(np.int32) for k in range(3))
-    y = ((66 * r + 129 * g + 25 * b + 128) >> 8) + 16
-    u = ((-38 * r - 74 * g + 112 * b + 128) >> 8) + 128
-    v = ((112 * r - 94 * g - 18 * b + 128) >> 8) + 128
+    out = np.empty((h * 3 // 2, w), np.uint8)
+    vu = out[h:].reshape(h // 2, w // 2, 2)
 
     def half(c):
         return (c[0::2, 0::2] + c[0::2, 1::2] + c[1::2, 0::2] + c[1::2, 1::2] + 2) >> 2
 
-    out = np.empty((h * 3 // 2, w), np.uint8)
-    out[:h] = y
-    vu = out[h:].reshape(h // 2, w // 2, 2)
-    vu[..., 0] = half(v)
-    vu[..., 1] = half(u)
+    # In bands of rows whose int32 temporaries stay small: whole-frame temporaries are fresh
+    # mappings from the allocator each time, and their page faults cost more than the arithmetic.
+    band = max(2, 16384 // w * 2)
+    for top in range(0, h, band):
+        end = min(h, top + band)
+        b, g, r = (bgr[top:end, :, k].astype(np.int32) for k in range(3))
+        out[top:end] = ((66 * r + 129 * g + 25 * b + 128) >> 8) + 16
+        vu[top // 2:end // 2, :, 0] = half(((112 * r - 94 * g - 18 * b + 128) >> 8) + 128)
+        vu[top // 2:end // 2, :, 1] = half(((-38 * r - 74 * g + 112 * b + 128) >> 8) + 128)
     return out
 
 
