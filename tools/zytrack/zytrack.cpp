@@ -292,6 +292,7 @@ int Run(const Options& o) {
 // Scores a finished run's tracks against the user's ground truth, both in MOT format.
 int EvalFiles(const Options& o) {
   if (o.tracks.empty()) return Fail("eval --gt needs --tracks MOT.txt (the run to score)");
+  if (o.gt.empty()) return Fail("eval --tracks needs --gt MOT.txt (the annotations to score against)");
   MotFrames gt, tracks;
   std::string error;
   if (!ReadTruth(o.gt, 0, &gt, &error) || !ReadMotFile(o.tracks, &tracks, &error)) return Fail(error);
