@@ -151,14 +151,13 @@ SceneConfig SceneFor(int seed, bool is1080, int bodies, int frames) {
 }
 
 // Ground truth in MOT format; entries whose seventh field is 0 are marked not to be scored
-// (the MOT Challenge's convention) and are left out, as are frames after `frames` when given.
-bool ReadTruth(const std::string& path, int frames, MotFrames* truth, std::string* error) {
+// (the MOT Challenge's convention) and are left out.
+bool ReadTruth(const std::string& path, MotFrames* truth, std::string* error) {
   if (!ReadMotFile(path, truth, error)) return false;
-  for (auto it = truth->begin(); it != truth->end();) {
-    auto& boxes = it->second;
+  for (auto& [frame, boxes] : *truth) {
+    (void)frame;
     boxes.erase(std::remove_if(boxes.begin(), boxes.end(), [](const MotBox& b) { return b.confidence == 0; }),
                 boxes.end());
-    it = (frames > 0 && it->first > frames) ? truth->erase(it) : std::next(it);
   }
   return true;
 }
@@ -184,9 +183,9 @@ bool KeepLibraryLog(const std::string& work, RunResult* r, std::string* error) {
 }
 
 void PrintLogNote(const std::string& out, int lines, int errors, bool verbose) {
-  std::printf("zytrack: the library logged %d lines (%d at error priority: bodies it lost, re-initialisations "
-              "it refused)%s%s/library.log\n",
-              lines, errors, verbose ? ", shown above; in " : ", kept in ", out.c_str());
+  std::printf("zytrack: the library logged %d lines (%d at error priority%s)%s%s/library.log\n", lines, errors,
+              errors > 0 ? ": bodies it lost, re-initialisations it refused" : "",
+              verbose ? ", shown above; in " : ", kept in ", out.c_str());
 }
 
 int Run(const Options& o) {
@@ -223,7 +222,7 @@ int Run(const Options& o) {
 
   const bool synthetic = input.empty() && o.nv21.empty();
   MotFrames gt;
-  if (!o.gt.empty() && !ReadTruth(o.gt, o.maxFrames, &gt, &error)) return Fail(error);
+  if (!o.gt.empty() && !ReadTruth(o.gt, &gt, &error)) return Fail(error);
   if (!o.detections.empty()) {
     cfg.init = InitSource::kDetections;
     if (!ReadMotFile(o.detections, &cfg.detections, &error)) return Fail(error);
@@ -239,7 +238,7 @@ int Run(const Options& o) {
   cfg.workDir = work;
   RunResult result;
   bool ok = RunTracking(*source, cfg, &result, &error);
-  if (ok && !o.gt.empty()) {
+  if (ok && !o.gt.empty()) {  // frames past the run's last are not the run's misses
     for (auto it = gt.begin(); it != gt.end();) it = it->first > result.frames ? gt.erase(it) : std::next(it);
     result.mot = ScoreMot(gt, result.tracks);
     result.hasMot = true;
@@ -295,7 +294,7 @@ int EvalFiles(const Options& o) {
   if (o.gt.empty()) return Fail("eval --tracks needs --gt MOT.txt (the annotations to score against)");
   MotFrames gt, tracks;
   std::string error;
-  if (!ReadTruth(o.gt, 0, &gt, &error) || !ReadMotFile(o.tracks, &tracks, &error)) return Fail(error);
+  if (!ReadTruth(o.gt, &gt, &error) || !ReadMotFile(o.tracks, &tracks, &error)) return Fail(error);
   std::printf("zytrack: %s against %s: %s\n", o.tracks.c_str(), o.gt.c_str(), MotText(ScoreMot(gt, tracks)).c_str());
   return 0;
 }
