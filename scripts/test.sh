@@ -29,9 +29,13 @@ for preset in "${presets[@]}"; do
   else
     cmake --workflow --preset "$preset" | tee -a "$log"
   fi
+  if [ "$preset" = host ]; then  # the Python package's tests, on the package staged in the build
+    PYTHONPATH=build/host/python /usr/bin/python3 -m pytest -q -p no:cacheprovider python/tests | tee -a "$log"
+  fi
   echo "=== $preset: $((SECONDS - start)) s ==="
 done
 
 # One closing line over every build's tests (a failure has already stopped the script).
 total=$(grep -Eo 'tests failed out of [0-9]+' "$log" | awk '{s += $5} END {print s + 0}')
+total=$((total + $(grep -Eo '^[0-9]+ passed' "$log" | awk '{s += $1} END {print s + 0}')))  # pytest
 echo "suite: $total passed, 0 failed"

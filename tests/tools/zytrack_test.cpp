@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "frames.h"
+#include "library_log.h"
 #include "metrics.h"
 #include "mot_io.h"
 #include "runner.h"
@@ -98,6 +99,63 @@ TEST(Metrics, OverlapSuccessPrecisionAndSwitches) {
     s.AddIdentity(truth, frame, id);
   }
   EXPECT_EQ(s.IdentitySwitches(), 2);
+}
+
+// Boxes "id:left" of 10 x 10 at top 0, one string per frame from 1.
+MotFrames Frames(const std::vector<std::vector<std::pair<int, float>>>& perFrame) {
+  MotFrames out;
+  for (size_t f = 0; f < perFrame.size(); ++f)
+    for (auto [id, left] : perFrame[f]) {
+      MotBox b;
+      b.frame = static_cast<int>(f) + 1, b.id = id, b.left = left, b.width = 10, b.height = 10;
+      out[b.frame].push_back(b);
+    }
+  return out;
+}
+
+TEST(Metrics, HungarianBeatsGreedyAndTakesEitherShape) {
+  EXPECT_EQ(MinCostAssignment({{1, 2}, {2, 100}}), (std::vector<int>{1, 0}));  // 4, where greedy pays 101
+  EXPECT_EQ(MinCostAssignment({{5, 1}, {0, 9}, {3, 0}}), (std::vector<int>{-1, 0, 1}));
+}
+
+// Ten-pixel squares sliding along one row: a shift of d pixels gives IoU (10 - d) / (10 + d),
+// so d = 1: 9/11, 2: 2/3, 3: 7/13 (all >= 0.5), 4 or more: below 0.5.
+TEST(Metrics, ClearMotAndIdentityOnHandMadeRuns) {
+  struct Case {
+    const char* what;
+    MotFrames truth, tracks;
+    int matches, fp, misses, switches, frags;
+    double mota, motp, idp, idr, idf1;
+  };
+  const Case cases[] = {
+      // f1: 1-a (IoU 1); 2 vs b shifted 5 (1/3): a miss and a false positive.
+      // f2: a moved onto 2 (IoU 1), c 2 px from 1 (2/3): 1 changes track a -> c, a switch.
+      // f3: 2 gone, 1 unmatched: a miss. f4: 1-c again: 1 was matched, lost, matched: a fragment.
+      // Truth boxes 6, misses 2, FP 1, switches 1: MOTA 1 - 4/6; MOTP (1 + 1 + 2/3 + 1) / 4.
+      // Identity: 1-c share f2, f4 (2); 2-a share f2 (1); 1-a f1 (1): best 1-c + 2-a, IDTP 3 of
+      // 6 truth and 5 track boxes: IDP 3/5, IDR 3/6, IDF1 6/11.
+      {"switch, miss, fragment", Frames({{{1, 0}, {2, 100}}, {{1, 0}, {2, 100}}, {{1, 0}}, {{1, 0}}}),
+       Frames({{{1, 0}, {2, 105}}, {{1, 100}, {3, 2}}, {}, {{3, 0}}}), 4, 1, 2, 1, 1, 1 - 4.0 / 6, 11.0 / 12,
+       3.0 / 5, 3.0 / 6, 6.0 / 11},
+      // f2: track 1 drifts 3 px (7/13) and track 2 sits exactly on the object: the earlier pair
+      // holds, 2 is a false positive, no switch. MOTA 1 - 1/2; MOTP (1 + 7/13) / 2.
+      // Identity: 1-1 shares both frames: IDTP 2 of 2 truth, 3 track boxes.
+      {"an earlier pair is kept", Frames({{{1, 0}}, {{1, 0}}}), Frames({{{1, 0}}, {{1, 3}, {2, 0}}}), 2, 1, 0, 0,
+       0, 0.5, 10.0 / 13, 2.0 / 3, 1.0, 0.8},
+      // Truth at 0 and 4, tracks at 1 and -3: greedy takes 0-1 (9/11) and leaves 4 vs -3 (d 7);
+      // the assignment makes both pairs at 7/13. MOTA 1, MOTP 7/13; every box an identity match.
+      {"most pairs first", Frames({{{1, 0}, {2, 4}}}), Frames({{{7, -3}, {8, 1}}}), 2, 0, 0, 0, 0, 1.0, 7.0 / 13,
+       1.0, 1.0, 1.0},
+  };
+  for (const Case& c : cases) {
+    const MotMetrics m = ScoreMot(c.truth, c.tracks);
+    EXPECT_EQ(std::make_tuple(m.matches, m.falsePositives, m.misses, m.idSwitches, m.fragmentations),
+              std::make_tuple(c.matches, c.fp, c.misses, c.switches, c.frags))
+        << c.what;
+    for (auto [got, want] : {std::pair{m.Mota(), c.mota}, {m.Motp(), c.motp}, {m.Idp(), c.idp}, {m.Idr(), c.idr},
+                             {m.Idf1(), c.idf1}})
+      EXPECT_NEAR(got, want, 1e-12) << c.what;
+  }
 }
 
 // The synthetic scene is the same for the same seed, another for another, and moves.
@@ -206,7 +264,13 @@ TEST(EndToEnd, AnnotatedVideoKeepsTheFrameRate) {
 TEST(EndToEnd, ShortSyntheticSceneMeetsTheMinimumAuc) {
   auto source = OpenScene(SceneOf(640, 360, 4, 40, 7));
   TrackingRun run(InitSource::kTruth);
+  library_log::Install(false);  // the library's lines are kept, not printed
+  testing::internal::CaptureStderr();
   ASSERT_TRUE(run.On(*source));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  EXPECT_NE(library_log::Lines().at(0).find(" I CreateKoTrackingAlgo"), std::string::npos);
+  EXPECT_GE(run.result.mot.Mota(), 0.9);
+  EXPECT_GE(run.result.mot.Idf1(), 0.9);
   EXPECT_EQ(run.result.frames, 40);
   EXPECT_EQ(run.result.trackingMs.size(), 36u);
   EXPECT_GE(run.result.score.SuccessAuc(), 0.80);

@@ -57,6 +57,16 @@ std::string SummaryJson(const std::string& input, const RunResult& r) {
       << ", \"precision_20px\": " << Num(r.score.PrecisionAt(20)) << ", \"identity_switches\": " << r.score.IdentitySwitches()
       << ", \"pairs\": " << r.score.Pairs() << "}";
   }
+  if (r.hasMot) {
+    const MotMetrics& m = r.mot;
+    o << ",\n  \"mot\": {\"mota\": " << Num(m.Mota()) << ", \"motp_mean_iou\": " << Num(m.Motp())
+      << ", \"idf1\": " << Num(m.Idf1()) << ", \"idp\": " << Num(m.Idp()) << ", \"idr\": " << Num(m.Idr())
+      << ", \"false_positives\": " << m.falsePositives << ", \"misses\": " << m.misses
+      << ", \"id_switches\": " << m.idSwitches << ", \"fragmentations\": " << m.fragmentations
+      << ", \"matches\": " << m.matches << ", \"truth_boxes\": " << m.truthBoxes << ", \"track_boxes\": "
+      << m.trackBoxes << ", \"truth_objects\": " << m.truthObjects << ", \"tracks\": " << m.tracks << "}";
+  }
+  if (r.logLines >= 0) o << ",\n  \"library_log\": {\"lines\": " << r.logLines << ", \"errors\": " << r.logErrors << "}";
   o << "\n}\n";
   return o.str();
 }

@@ -266,6 +266,7 @@ bool RunTracking(FrameSource& source, const RunConfig& cfg, RunResult* result, s
       m.left = b.x, m.top = b.y, m.width = b.w, m.height = b.h;
       m.confidence = 1;
       tracks << FormatMotLine(m) << '\n';
+      result->tracks[frameNo].push_back(m);
       shown.emplace_back(track, body.roi);
       if (truth != nullptr && cfg.init == InitSource::kTruth && slot < truthOfSlot.size()) {
         const int tid = truthOfSlot[slot];
@@ -275,6 +276,15 @@ bool RunTracking(FrameSource& source, const RunConfig& cfg, RunResult* result, s
       }
     }
     result->bodiesPerFrame.push_back(static_cast<int>(shown.size()));
+    if (truth != nullptr) {
+      for (const TruthBox& t : *truth) {
+        const Box v = Visible(t.box, nv21.width, nv21.height);
+        if (v.w <= 0 || v.h <= 0) continue;
+        MotBox m;
+        m.frame = frameNo, m.id = t.id, m.left = v.x, m.top = v.y, m.width = v.w, m.height = v.h;
+        result->truth[frameNo].push_back(m);
+      }
+    }
     if (cfg.writeVideo || frameNo == cfg.snapshotFrame) {
       Annotate(bgr, shown, frameNo);
       if (frameNo == cfg.snapshotFrame && !cfg.snapshotPath.empty()) cv::imwrite(cfg.snapshotPath, bgr);
@@ -313,6 +323,10 @@ bool RunTracking(FrameSource& source, const RunConfig& cfg, RunResult* result, s
   result->width = nv21.width;
   result->height = nv21.height;
   result->hasTruth = cfg.init == InitSource::kTruth;
+  if (source.Truth() != nullptr) {
+    result->mot = ScoreMot(result->truth, result->tracks);
+    result->hasMot = true;
+  }
   video.release();
   tracks.close();
   DestroyKoTrackingAlgo(&handle);

@@ -33,6 +33,11 @@ struct RunResult {
   std::vector<double> trackingMs;  // tracking frames only
   bool hasTruth = false;
   TrackingScore score;
+  MotFrames tracks;                // what tracks.txt holds
+  MotFrames truth;                 // a synthetic scene's ground truth (the part inside the frame)
+  bool hasMot = false;             // mot holds the run's CLEAR MOT and identity metrics
+  MotMetrics mot;
+  int logLines = -1, logErrors = 0;  // the library's log lines during the run (-1: not counted)
   std::string videoPath;           // annotated.mp4, or the PNG folder
   int width = 0, height = 0;
 };

@@ -3,25 +3,31 @@
 //   zytrack [run] [--input VIDEO | --nv21 FILE --width W --height H [--stride S] |
 //                  --synthetic SEED [--size 720p|1080p] [--bodies N] [--frames N]]
 //                 [--detector | --detections MOT.txt | --truth] [--reinit K]
-//                 [--max-frames N] [--out DIR] [--no-video] [--snapshot FRAME:PNG]
+//                 [--max-frames N] [--out DIR] [--no-video] [--snapshot FRAME:PNG] [--gt MOT.txt]
 //   zytrack eval [--seeds N] [--frames N] [--reinit K] [--out DIR]
+//   zytrack eval --gt MOT.txt --tracks MOT.txt
+// Either command takes --verbose: the library's log lines also go to the terminal. Otherwise
+// they are counted in the summary and kept in library.log in the output folder.
 //
 // With no input it runs on the sample pedestrian footage when installed, else on a synthetic
 // scene. Outputs (tracks.txt in MOT format, annotated.mp4 or frames/, summary.json) are
 // written into a hidden folder inside DIR and moved into place only when the run succeeds.
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "json_out.h"
+#include "library_log.h"
 #include "runner.h"
 
 namespace fs = std::filesystem;
@@ -43,8 +49,10 @@ void Usage() {
                "usage: zytrack [run] [--input VIDEO | --nv21 FILE --width W --height H [--stride S] |\n"
                "                      --synthetic SEED [--size 720p|1080p] [--bodies N] [--frames N]]\n"
                "                     [--detector | --detections MOT.txt | --truth] [--reinit K]\n"
-               "                     [--max-frames N] [--out DIR] [--no-video] [--snapshot FRAME:PNG]\n"
-               "       zytrack eval [--seeds N] [--frames N] [--reinit K] [--out DIR]\n");
+               "                     [--max-frames N] [--out DIR] [--no-video] [--snapshot FRAME:PNG] [--gt MOT.txt]\n"
+               "       zytrack eval [--seeds N] [--frames N] [--reinit K] [--out DIR]\n"
+               "       zytrack eval --gt MOT.txt --tracks MOT.txt\n"
+               "       --verbose (either command): the library's log lines on the terminal too\n");
 }
 
 bool ParseInt(const std::string& s, int* v) {
@@ -56,10 +64,10 @@ bool ParseInt(const std::string& s, int* v) {
 }
 
 struct Options {
-  std::string input, nv21, detections, out = "zytrack_out", snapshot;
+  std::string input, nv21, detections, out = "zytrack_out", snapshot, gt, tracks;
   int width = 0, height = 0, stride = 0, seed = -1, bodies = 8, frames = 150, reinit = 10, maxFrames = 0,
       seeds = 3;
-  bool detector = false, truth = false, video = true, is1080 = false;
+  bool detector = false, truth = false, video = true, is1080 = false, verbose = false;
 };
 
 bool ParseOptions(int argc, char** argv, int first, Options* o, std::string* error) {
@@ -108,6 +116,9 @@ bool ParseOptions(int argc, char** argv, int first, Options* o, std::string* err
     else if (a == "--out") ok = value(&o->out);
     else if (a == "--no-video") o->video = false;
     else if (a == "--snapshot") ok = value(&o->snapshot);
+    else if (a == "--verbose") o->verbose = true;
+    else if (a == "--gt") ok = value(&o->gt);
+    else if (a == "--tracks") ok = value(&o->tracks);
     else {
       *error = "unknown option '" + a + "'";
       ok = false;
@@ -137,6 +148,44 @@ SceneConfig SceneFor(int seed, bool is1080, int bodies, int frames) {
   c.bodies = bodies;
   c.frames = frames;
   return c;
+}
+
+// Ground truth in MOT format; entries whose seventh field is 0 are marked not to be scored
+// (the MOT Challenge's convention) and are left out.
+bool ReadTruth(const std::string& path, MotFrames* truth, std::string* error) {
+  if (!ReadMotFile(path, truth, error)) return false;
+  for (auto& [frame, boxes] : *truth) {
+    (void)frame;
+    boxes.erase(std::remove_if(boxes.begin(), boxes.end(), [](const MotBox& b) { return b.confidence == 0; }),
+                boxes.end());
+  }
+  return true;
+}
+
+std::string MotText(const MotMetrics& m) {
+  char buf[256];
+  std::snprintf(buf, sizeof buf,
+                "MOTA %.3f, MOTP %.3f (mean IoU), IDF1 %.3f (IDP %.3f, IDR %.3f), %d false positives, %d misses, "
+                "%d identity switches, %d fragmentations (%d truth boxes, %d objects; %d tracks)",
+                m.Mota(), m.Motp(), m.Idf1(), m.Idp(), m.Idr(), m.falsePositives, m.misses, m.idSwitches,
+                m.fragmentations, m.truthBoxes, m.truthObjects, m.tracks);
+  return buf;
+}
+
+// The library's log lines since the last call go to library.log in the work folder; the counts
+// go into the result for the summary.
+bool KeepLibraryLog(const std::string& work, RunResult* r, std::string* error) {
+  r->logLines = static_cast<int>(library_log::Lines().size());
+  r->logErrors = library_log::ErrorCount();
+  if (library_log::WriteTo(work + "/library.log")) return true;
+  *error = work + ": cannot write library.log";
+  return false;
+}
+
+void PrintLogNote(const std::string& out, int lines, int errors, bool verbose) {
+  std::printf("zytrack: the library logged %d lines (%d at error priority%s)%s%s/library.log\n", lines, errors,
+              errors > 0 ? ": bodies it lost, re-initialisations it refused" : "",
+              verbose ? ", shown above; in " : ", kept in ", out.c_str());
 }
 
 int Run(const Options& o) {
@@ -172,6 +221,8 @@ int Run(const Options& o) {
   if (!source) return Fail(error);
 
   const bool synthetic = input.empty() && o.nv21.empty();
+  MotFrames gt;
+  if (!o.gt.empty() && !ReadTruth(o.gt, &gt, &error)) return Fail(error);
   if (!o.detections.empty()) {
     cfg.init = InitSource::kDetections;
     if (!ReadMotFile(o.detections, &cfg.detections, &error)) return Fail(error);
@@ -186,7 +237,25 @@ int Run(const Options& o) {
   if (!PrepareOutput(o.out, &work, &error)) return Fail(error);
   cfg.workDir = work;
   RunResult result;
-  const bool ok = RunTracking(*source, cfg, &result, &error);
+  bool ok = RunTracking(*source, cfg, &result, &error);
+  if (ok && !o.gt.empty()) {  // frames past the run's last are not the run's misses
+    for (auto it = gt.begin(); it != gt.end();) it = it->first > result.frames ? gt.erase(it) : std::next(it);
+    result.mot = ScoreMot(gt, result.tracks);
+    result.hasMot = true;
+  }
+  if (ok && !result.truth.empty()) {  // a synthetic scene's ground truth, for scoring with --gt later
+    std::ofstream truth(work + "/gt.txt");
+    for (const auto& [frame, boxes] : result.truth)
+      for (const MotBox& m : boxes) {  // exact (the float boxes read back unchanged)
+        char line[160];
+        std::snprintf(line, sizeof line, "%d,%d,%.9g,%.9g,%.9g,%.9g,1,-1,-1,-1\n", frame, m.id, m.left, m.top,
+                      m.width, m.height);
+        truth << line;
+      }
+    truth.close();
+    if (!truth) ok = false, error = o.out + ": cannot write gt.txt";
+  }
+  ok = ok && KeepLibraryLog(work, &result, &error);
   if (ok) {
     std::ofstream json(work + "/summary.json");
     json << SummaryJson(source->Describe(), result);
@@ -208,21 +277,38 @@ int Run(const Options& o) {
     std::printf(", success AUC %.3f, precision@20px %.3f, %d identity switches", result.score.SuccessAuc(),
                 result.score.PrecisionAt(20), result.score.IdentitySwitches());
   }
-  std::printf("\nzytrack: outputs in %s: tracks.txt, %s, summary.json\n", o.out.c_str(),
+  std::printf("\n");
+  if (result.hasMot) std::printf("zytrack: against %s: %s\n", o.gt.empty() ? "the scene's ground truth" : o.gt.c_str(),
+                                 MotText(result.mot).c_str());
+  PrintLogNote(o.out, result.logLines, result.logErrors, o.verbose);
+  std::printf("zytrack: outputs in %s: tracks.txt, %s, summary.json, library.log%s\n", o.out.c_str(),
               result.videoPath.empty() ? "(no video)"
-                                       : fs::path(result.videoPath).filename().c_str());
+                                       : fs::path(result.videoPath).filename().c_str(),
+              result.truth.empty() ? "" : ", gt.txt");
+  return 0;
+}
+
+// Scores a finished run's tracks against the user's ground truth, both in MOT format.
+int EvalFiles(const Options& o) {
+  if (o.tracks.empty()) return Fail("eval --gt needs --tracks MOT.txt (the run to score)");
+  if (o.gt.empty()) return Fail("eval --tracks needs --gt MOT.txt (the annotations to score against)");
+  MotFrames gt, tracks;
+  std::string error;
+  if (!ReadTruth(o.gt, &gt, &error) || !ReadMotFile(o.tracks, &tracks, &error)) return Fail(error);
+  std::printf("zytrack: %s against %s: %s\n", o.tracks.c_str(), o.gt.c_str(), MotText(ScoreMot(gt, tracks)).c_str());
   return 0;
 }
 
 // Ground-truth evaluation over synthetic scenes of both sizes and growing body counts.
 int Eval(const Options& o) {
+  if (!o.gt.empty() || !o.tracks.empty()) return EvalFiles(o);
   std::string work, error;
   if (!PrepareOutput(o.out, &work, &error)) return Fail(error);
   std::ostringstream json;
   json << "{\n  \"scenes\": [\n";
-  std::printf("%-6s %-6s %-6s %-7s %-8s %-10s %-9s %s\n", "seed", "size", "bodies", "frames", "AUC", "prec@20px",
-              "id-sw", "tracking ms/frame (median, p90)");
-  TrackingScore all;
+  std::printf("%-5s %-6s %-6s %-6s %-6s %-9s %-6s %-6s %-6s %-5s %-5s %-5s %-5s %s\n", "seed", "size", "bodies",
+              "frames", "AUC", "prec@20px", "MOTA", "MOTP", "IDF1", "FP", "miss", "IDSW", "frag",
+              "tracking ms/frame (median, p90)");
   for (int s = 1; s <= o.seeds; ++s) {
     const bool is1080 = s % 2 == 0;
     const int bodies = std::min(30, 4 + 6 * (s - 1));
@@ -239,15 +325,20 @@ int Eval(const Options& o) {
       return Fail(error);
     }
     const Spread t = SpreadOf(r.trackingMs);
-    std::printf("%-6d %-6s %-6d %-7d %-8.3f %-10.3f %-9d %.2f, %.2f\n", s, is1080 ? "1080p" : "720p", bodies,
-                r.frames, r.score.SuccessAuc(), r.score.PrecisionAt(20), r.score.IdentitySwitches(), t.median, t.p90);
+    const MotMetrics& m = r.mot;
+    std::printf("%-5d %-6s %-6d %-6d %-6.3f %-9.3f %-6.3f %-6.3f %-6.3f %-5d %-5d %-5d %-5d %.2f, %.2f\n", s,
+                is1080 ? "1080p" : "720p", bodies, r.frames, r.score.SuccessAuc(), r.score.PrecisionAt(20), m.Mota(),
+                m.Motp(), m.Idf1(), m.falsePositives, m.misses, m.idSwitches, m.fragmentations, t.median, t.p90);
     json << (s > 1 ? ",\n" : "") << "    " << SummaryJson(source->Describe(), r);
   }
   json << "  ]\n}\n";
   std::ofstream(work + "/eval.json") << json.str();
+  RunResult logs;
+  if (!KeepLibraryLog(work, &logs, &error)) return Fail(error);
   std::error_code ec;
   fs::remove(work + "/tracks.txt", ec);
   if (!PublishOutput(work, o.out, &error)) return Fail(error);
+  PrintLogNote(o.out, logs.logLines, logs.logErrors, o.verbose);
   std::printf("zytrack: evaluation written to %s/eval.json\n", o.out.c_str());
   return 0;
 }
@@ -274,5 +365,6 @@ int main(int argc, char** argv) {
     Usage();
     return Fail(error);
   }
+  library_log::Install(o.verbose);
   return command == "eval" ? Eval(o) : Run(o);
 }
