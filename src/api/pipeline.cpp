@@ -73,9 +73,9 @@ bool FrameIsSafe(const AlgoHandle* handle, const ParamIn* in) {
             in->height, in->stride);
     return false;
   }
-  // 30 slots and 30 output entries: more bodies would initialise trackers that do not exist.
-  // A count of 0 or below initialises none.
-  if (in->isFirstFrame && in->bodyNum > MAX_INPLACE_NUM) {
+  // 30 slots and 30 output entries; a count below 0 would make the loop over 0..n step down
+  // through negative indices.
+  if (in->isFirstFrame && (in->bodyNum < 0 || in->bodyNum > MAX_INPLACE_NUM)) {
     ZY_LOGE("%s bodyNum %d is outside 0..%d", "ProcessKoTrackingAlgo", in->bodyNum, MAX_INPLACE_NUM);
     return false;
   }
@@ -102,19 +102,16 @@ bool BodyArraysPresent(const AlgoHandle* handle, const ParamIn* in, const ParamO
   return (read <= 0 || in->bodies != nullptr) && (written <= 0 || out->bodies != nullptr);
 }
 
-// Identities for a re-initialisation frame. A count of 0 or below on either side means no
-// bodies there: every previous identity goes back to the queue and none is handed out. The
-// association takes such frames as a count of 0 with an array to point at.
+// Identities for a re-initialisation frame. With no bodies every previous identity goes back
+// to the queue; the association still wants an array to point at.
 void AssignIdentities(AlgoHandle* handle, ParamIn* in) {
-  if (handle->bodyNum < 0) handle->bodyNum = 0;  // InitProcess stores the new count next
-  if (in->bodyNum > 0) {
+  if (in->bodies != nullptr) {
     UpdateBodyID4FirstFrame(handle, in);
     return;
   }
   BodyInfo none{};
   ParamIn empty = *in;
   empty.bodies = &none;
-  empty.bodyNum = 0;
   UpdateBodyID4FirstFrame(handle, &empty);
 }
 

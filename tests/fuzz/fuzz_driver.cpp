@@ -454,7 +454,7 @@ class Driver {
   // Calls Process and checks what must hold. nullWhich: -1 none, 0 handle, 1 in, 2 out,
   // 3 image, 4 input bodies, 5 output bodies.
   void Frame(Slot& s, uint8_t flag, int32_t n, int nullWhich) {
-    const bool geometryOk = GeometryAccepted(geometry_) && (flag == 0 || n <= MAX_INPLACE_NUM);
+    const bool geometryOk = GeometryAccepted(geometry_) && (flag == 0 || (n >= 0 && n <= MAX_INPLACE_NUM));
     // Work is budgeted; refused frames cost nothing and always run.
     const int32_t work = flag ? n : s.bodies;
     if (geometryOk && nullWhich < 0 && s.handle != nullptr && work > 0) {
