@@ -136,8 +136,9 @@ TEST(KuhnMunkres, RandomMatricesEndAgreeAndReachTheOptimum) {
     }
     if (!whole) continue;
     // Where the running slack ends, its labels have moved by the same sums at every search
-    // that changed the tree, so it ends with the same match. It fails to end exactly when a
-    // search has no usable edge out of its tree but meets a positive gap inside it.
+    // that changed the tree, so it ends with the same match. It does not end when a search
+    // has no usable edge out of its tree but meets a positive gap inside it (64 changes for
+    // one vertex count as not ending; whole numbers up to 9 never need that many otherwise).
     RunningSlack ref;
     if (ref.Run(w, nLeft, nRight, 64)) {
       ASSERT_EQ(0, std::memcmp(ref.match, match, sizeof(int32_t) * nLeft));
