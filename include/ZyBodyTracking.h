@@ -41,7 +41,8 @@ typedef struct BodyRoi {
 /* One body: 28 bytes, seven 32-bit words. */
 typedef struct BodyInfo {
   int32_t classId; /* the caller's class; bodies of different classes are never matched */
-  int32_t bodyId;  /* identity 1..30, written by the library */
+  int32_t bodyId;  /* identity, written by the library: 1..30 until the queue runs dry (see
+                      ProcessKoTrackingAlgo), then possibly any value and shared */
   BodyRoi roi;     /* the box */
   uint32_t extra;  /* the caller's word, copied to the output unchanged */
 } BodyInfo;
@@ -73,15 +74,38 @@ typedef struct ParamOut {
 typedef struct AlgoHandle AlgoHandle;
 
 /* Builds a handle into *out. 0 success, 2 out of memory or runtime start failure,
- * 6 a tracker could not be allocated. */
+ * 6 a tracker could not be allocated. Every create (re)starts the worker pool, which belongs
+ * to the process, not to the handle. */
 ZY_EXPORT int32_t CreateKoTrackingAlgo(AlgoHandle** out);
 /* Gives every tracker its buffers. 0 success, 1 null handle. */
 ZY_EXPORT int32_t StartKoTrackingAlgo(AlgoHandle* handle);
-/* Processes one frame. 0 success, 1 null handle (or a null in, out, image or bodies). */
+/* Processes one frame. 0 success, also for a frame refused with an error line (height or
+ * stride not positive, stride x height x 3/2 bytes past 2^31 - 1, a body count outside 0..30
+ * on re-initialisation), which changes nothing. 1 for a null handle, in, out or image, or a null
+ * body array the frame would read or write (a re-initialisation of 0 bodies needs neither).
+ * The width is only the bound for box sizes on re-initialisation: at width 0 or below every
+ * box is skipped, and a stride below the width is accepted.
+ *
+ * Hazards:
+ * - Tracked boxes are bounded by the stride, not the width: with padded rows a box may lie
+ *   (partly) in the padding, right up to stride - 1.
+ * - A body skipped at re-initialisation (width or height 0 or below, or larger than the
+ *   frame's) gets an identity written into in->bodies but no output entry: out->bodies keeps
+ *   what it held, yet counts in out->bodyNum. Its slot keeps the tracker of whatever body it
+ *   followed before, which moves on tracking frames and is returned with the class and
+ *   identity that entry held (0 and 0 from a cleared array).
+ * - With 30 bodies the identity assignment is refused on every re-initialisation after the
+ *   first, so even unmoved bodies take new identities.
+ * - Once the identity queue runs dry (30 bodies, as above), a new body keeps the bodyId it
+ *   came with (often 0). Such values go back to the queue when the body is lost and are
+ *   handed out later like identities: bodyId may then be outside 1..30, and one value may
+ *   be on several bodies. */
 ZY_EXPORT int32_t ProcessKoTrackingAlgo(AlgoHandle* handle, ParamIn* in, ParamOut* out);
 /* Forgets all bodies; the next frame must re-initialise. 0 success, -1 failure. */
 ZY_EXPORT int32_t ResetKoTrackingAlgo(AlgoHandle* handle);
-/* Releases everything and sets *handle to NULL. 0 success, -1 failure. */
+/* Releases everything and sets *handle to NULL. 0 success, -1 failure.
+ * Hazard: it stops the process-wide worker pool for every live handle; their frames then run
+ * on the caller's thread alone (same results, slower) until the next CreateKoTrackingAlgo. */
 ZY_EXPORT int32_t DestroyKoTrackingAlgo(AlgoHandle** handle);
 
 #ifdef __cplusplus

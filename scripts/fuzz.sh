@@ -21,7 +21,10 @@ cmake -S tests/fuzz -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 cmake --build "$build"
 mkdir -p "$build/corpus" "$build/artifacts"
 
-fuzzer=("$build/zy_fuzz_process" -timeout=30 -rss_limit_mb=3072 -max_len=2048)
+# Inputs may grow to 4 KB at once (-len_control=0): 30 bodies over several frames take about
+# 900 bytes (tests/fuzz/make_seeds.py writes such seeds), and with the default length control
+# libFuzzer would stay near the largest seed for the whole run.
+fuzzer=("$build/zy_fuzz_process" -timeout=30 -rss_limit_mb=3072 -max_len=4096 -len_control=0)
 echo "=== fuzz: stored regressions ==="
 "${fuzzer[@]}" tests/fuzz/regressions/*
 echo "=== fuzz: ${seconds} s ==="

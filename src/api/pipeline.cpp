@@ -3,6 +3,7 @@
 // bodies on the process-wide runtime.
 #include <sys/time.h>
 
+#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <string>
@@ -54,16 +55,15 @@ FrameView MakeFrameView(const ParamIn* in) {
   return FrameView{in->height, in->stride, in->image, 3, 0};
 }
 
-// Refuses calls that would make the pipeline read or write memory it does not own; each
-// refusal logs one error line and changes nothing.
+// Refuses frames that would make the pipeline read memory it does not own or overflow a byte
+// count; each refusal logs one error line and changes nothing. The width only bounds box
+// sizes on re-initialisation and is never used to address the frame, so any width is
+// accepted: at width 0 (or below) every box is skipped while identities are still assigned,
+// and a stride below the width just keeps every read within the stride.
 bool FrameIsSafe(const AlgoHandle* handle, const ParamIn* in) {
-  if (in->width <= 0 || in->height <= 0 || in->stride <= 0) {
+  if (in->height <= 0 || in->stride <= 0) {
     ZY_LOGE("%s frame geometry is invalid: width %d, height %d, stride %d", "ProcessKoTrackingAlgo",
             in->width, in->height, in->stride);
-    return false;
-  }
-  if (in->stride < in->width) {
-    ZY_LOGE("%s stride %d is below width %d", "ProcessKoTrackingAlgo", in->stride, in->width);
     return false;
   }
   // The frame's bytes, luma rows then half as many chroma rows, must be countable in 32 bits.
@@ -74,6 +74,8 @@ bool FrameIsSafe(const AlgoHandle* handle, const ParamIn* in) {
             in->height, in->stride);
     return false;
   }
+  // 30 slots and 30 output entries; a count below 0 would make the loop over 0..n step down
+  // through negative indices.
   if (in->isFirstFrame && (in->bodyNum < 0 || in->bodyNum > MAX_INPLACE_NUM)) {
     ZY_LOGE("%s bodyNum %d is outside 0..%d", "ProcessKoTrackingAlgo", in->bodyNum, MAX_INPLACE_NUM);
     return false;
@@ -83,6 +85,35 @@ bool FrameIsSafe(const AlgoHandle* handle, const ParamIn* in) {
     return false;
   }
   return true;
+}
+
+// The caller's body arrays are needed only for the entries the frame reads or writes:
+// re-initialisation reads and writes in->bodyNum of each; tracking writes the handle's bodies
+// and reads the extra word of as many of the caller's as it lists. A frame with no bodies
+// to touch is processed whatever the pointers hold.
+bool BodyArraysPresent(const AlgoHandle* handle, const ParamIn* in, const ParamOut* out) {
+  int32_t written = 0;
+  int32_t read = 0;
+  if (in->isFirstFrame) {
+    written = read = in->bodyNum;
+  } else {
+    written = handle->bodyNum <= MAX_INPLACE_NUM ? handle->bodyNum : 0;  // more is refused
+    read = std::min(written, in->bodyNum);
+  }
+  return (read <= 0 || in->bodies != nullptr) && (written <= 0 || out->bodies != nullptr);
+}
+
+// Identities for a re-initialisation frame. With no bodies every previous identity goes back
+// to the queue; the association still wants an array to point at.
+void AssignIdentities(AlgoHandle* handle, ParamIn* in) {
+  if (in->bodies != nullptr) {
+    UpdateBodyID4FirstFrame(handle, in);
+    return;
+  }
+  BodyInfo none{};
+  ParamIn empty = *in;
+  empty.bodies = &none;
+  UpdateBodyID4FirstFrame(handle, &empty);
 }
 
 struct InitContext {
@@ -217,15 +248,14 @@ extern "C" ZY_EXPORT int32_t ProcessKoTrackingAlgo(AlgoHandle* handle, ParamIn* 
     ZY_LOGE("%s input params is NULL, error! \n", "ProcessKoTrackingAlgo");
     return 1;
   }
-  if (in == nullptr || out == nullptr || in->image == nullptr || in->bodies == nullptr ||
-      out->bodies == nullptr) {
+  if (in == nullptr || out == nullptr || in->image == nullptr || !BodyArraysPresent(handle, in, out)) {
     ZY_LOGE("%s input params is NULL, error! \n", "ProcessKoTrackingAlgo");
     return 1;
   }
   if (!FrameIsSafe(handle, in)) return 0;
 
   if (in->isFirstFrame) {
-    UpdateBodyID4FirstFrame(handle, in);
+    AssignIdentities(handle, in);
     InitProcess(handle, in, out);
   } else {
     UpdateProcess(handle, in, out);

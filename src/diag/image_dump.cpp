@@ -1,6 +1,8 @@
 #include "diag/image_dump.h"
 
+#include <limits.h>
 #include <sys/time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <climits>
@@ -115,6 +117,19 @@ void BuildBmpHeaders(uint8_t (&hdr)[kPixelDataOffset], int width, int height) {
   PutLe32(hdr + 34, imageBytes);                     // compression, resolutions, colours: 0
 }
 
+// The directory part of a dump's base name (up to its last '/', the current directory when
+// there is none) exists and lets this process create files in it.
+bool DumpDirectoryWritable(const std::string& baseName) {
+  const size_t slash = baseName.rfind('/');
+  if (slash == std::string::npos) return access(".", W_OK | X_OK) == 0;
+  if (slash == 0) return access("/", W_OK | X_OK) == 0;
+  char dir[PATH_MAX];
+  if (slash >= sizeof dir) return true;  // too long to check here: fopen finds out
+  std::memcpy(dir, baseName.data(), slash);
+  dir[slash] = '\0';
+  return access(dir, W_OK | X_OK) == 0;
+}
+
 }  // namespace
 
 bool DumpFrameSizeOk(int width, int height) {
@@ -133,20 +148,21 @@ void ConvertNv21ToRgb(const uint8_t* yuv, uint8_t* rgb, int width, int height) {
 
 int DumpTrackingResult(const std::string& baseName, const uint8_t* yuv, int width, int height,
                        int chromaOrder, const ParamOut& out, uint64_t reqId) {
-  if (yuv == nullptr || !DumpFrameSizeOk(width, height) || out.bodyNum < 0 ||
-      out.bodyNum > MAX_INPLACE_NUM || (out.bodyNum > 0 && out.bodies == nullptr)) {
+  if (yuv == nullptr || !DumpFrameSizeOk(width, height) || out.bodyNum > MAX_INPLACE_NUM ||
+      (out.bodyNum > 0 && out.bodies == nullptr)) {
     return -1;
   }
+  // A file that cannot be created is found out before the frame is converted: a missing or
+  // read-only dump directory then costs one system call per frame, not a full RGB copy.
+  if (chromaOrder != 1 && chromaOrder != 2) return -1;
+  if (!DumpDirectoryWritable(baseName)) return 0;
   const size_t rgbBytes = static_cast<size_t>(width) * static_cast<size_t>(height) * 3;
   uint8_t* rgb = static_cast<uint8_t*>(zy::Malloc(rgbBytes));
   if (rgb == nullptr) return -1;
   if (chromaOrder == 1) {
     ConvertNv12ToRgb(yuv, rgb, width, height);
-  } else if (chromaOrder == 2) {
-    ConvertNv21ToRgb(yuv, rgb, width, height);
   } else {
-    std::free(rgb);
-    return -1;
+    ConvertNv21ToRgb(yuv, rgb, width, height);
   }
   for (int i = 0; i < out.bodyNum; ++i) DrawBox(rgb, width, height, out.bodies[i].roi);
 

@@ -15,10 +15,12 @@ bool DumpFrameSizeOk(int width, int height);
 
 // Converts the NV12 (chromaOrder 1) or NV21 (2) frame, draws every box of out in green and
 // writes "<baseName>MMDD_HHMMSS_mmm_w<width>_h<height>_reqId<reqId>.bmp" (the directory must
-// exist; a failed write is not reported). 0, or -1 when the RGB buffer cannot be allocated or
-// the chroma order is neither 1 nor 2. Also -1, with nothing written, for a null yuv, a frame
-// DumpFrameSizeOk refuses, out.bodyNum outside 0..MAX_INPLACE_NUM, or null out.bodies with
-// bodies to draw. Box pixels outside the frame are skipped.
+// exist; a failed write is not reported). A directory this process cannot write to is
+// checked first, and the frame is then neither converted nor written (0). 0, or -1 when the
+// RGB buffer cannot be allocated or the chroma order is neither 1 nor 2. Also -1, with
+// nothing written, for a null yuv, a frame DumpFrameSizeOk refuses, out.bodyNum above
+// MAX_INPLACE_NUM, or null out.bodies with bodies to draw; a count of 0 or below draws no
+// box. Box pixels outside the frame are skipped.
 int DumpTrackingResult(const std::string& baseName, const uint8_t* yuv, int width, int height,
                        int chromaOrder, const ParamOut& out, uint64_t reqId);
 // Fixed-point BT.601 studio-range conversions to width * height packed R, G, B triples. yuv

@@ -58,7 +58,8 @@ TEST(Pipeline, TrackingFramesAllocateNothing) {
 
 // A tracker whose target is lost (a flat frame) falls back to its last box; placing that box
 // off the frame shows the output clamp: truncation toward zero, bounded by stride - 1 (not
-// width - 1) and height - 1.
+// width - 1) and height - 1. A caller with padded rows gets boxes in the padding (the
+// header's hazard).
 TEST(Pipeline, BoxesLeavingTheFrameAreClampedToStrideAndHeight) {
   SceneCaller c(kW, kH, 704, 1);
   ASSERT_EQ(c.Open(), 0);
@@ -131,6 +132,73 @@ TEST(Pipeline, DebugSwitchesAddLinesAndLeaveTheBoxesAlone) {
     runs[on].assign(c.outBodies, c.outBodies + 4);
   }
   EXPECT_EQ(std::memcmp(runs[0].data(), runs[1].data(), 4 * sizeof(BodyInfo)), 0);
+}
+
+// Hazards of the interface the header warns about.
+
+// With 30 bodies the assignment refuses every re-initialisation after the first, so the same
+// 30 boxes never keep their identities; the queue runs dry and each body keeps the bodyId it
+// came with (0 here), and those zeros come back out of the queue two frames later: 0 on all
+// 30 bodies.
+TEST(Hazards, ThirtyBodiesLoseTheirIdentitiesAndTheQueueHandsOutWhatCameIn) {
+  SceneCaller c(kW, kH, kW, 5);
+  ASSERT_EQ(c.Open(), 0);
+  for (int i = 0; i < MAX_INPLACE_NUM; ++i) {
+    c.AddBody({10.0f + 105 * (i % 6), 10.0f + 70 * (i / 6), 40, 60, 0, 0, static_cast<uint32_t>(i + 1), 1});
+  }
+  std::vector<int32_t> ids;
+  for (int frame = 0; frame < 4; ++frame) {
+    ASSERT_EQ(c.Reinit(), 0);
+    for (int i = 0; i < MAX_INPLACE_NUM; ++i) ids.push_back(c.outBodies[i].bodyId);
+  }
+  std::vector<int32_t> expected;
+  for (int frame = 0; frame < 4; ++frame) {
+    for (int i = 0; i < MAX_INPLACE_NUM; ++i) expected.push_back(frame % 2 == 0 ? i + 1 : 0);
+  }
+  EXPECT_EQ(ids, expected);
+}
+
+// A body skipped at re-initialisation (a degenerate box) keeps its slot's old tracker: it
+// moves on tracking frames and comes back with the class and identity its output entry held
+// (0 and 0 from a cleared array), not those of the body the caller meant.
+TEST(Hazards, SkippedBodyLeavesTheOldTrackerRunning) {
+  SceneCaller c(kW, kH, kW, 21);
+  ASSERT_EQ(c.Open(), 0);
+  AddCrossingScene(c);
+  ASSERT_EQ(c.Reinit(), 0);
+  ASSERT_EQ(c.Track(), 0);
+  const BodyRoi old = c.outBodies[1].roi;
+  std::memset(c.outBodies, 0, sizeof c.outBodies);
+  c.inBodies[1] = BodyInfo{7, 0, {300, 200, 300, 260}, 0};  // no width: skipped
+  ASSERT_EQ(c.Process(true), 0);
+  EXPECT_EQ(c.inBodies[1].bodyId, 5);  // an identity is assigned, but not output
+  EXPECT_EQ(c.outBodies[1].bodyId, 0);
+  ASSERT_EQ(c.Track(), 0);
+  const BodyInfo& o = c.outBodies[1];
+  EXPECT_EQ((std::vector<int32_t>{o.classId, o.bodyId}), (std::vector<int32_t>{0, 0}));
+  EXPECT_LE(std::abs(o.roi.left - old.left), 8);  // where the old body was
+  EXPECT_LE(std::abs(o.roi.top - old.top), 8);
+}
+
+// The worker pool belongs to the process: destroying one handle stops it under every other,
+// whose loops then run on the caller's thread (same results) until the next create.
+TEST(Hazards, DestroyingAnyHandleStopsThePoolForAll) {
+  SceneCaller a(kW, kH, kW, 21);
+  ASSERT_EQ(a.Open(), 0);
+  AddCrossingScene(a);
+  ASSERT_EQ(a.Reinit(), 0);
+  {
+    SceneCaller b(kW, kH, kW, 22);
+    ASSERT_EQ(b.Open(), 0);
+    ASSERT_GE(QTX::WorkerCount(GetSession()), 1) << "needs two hardware threads";
+    ASSERT_EQ(b.Destroy(), 0);
+  }
+  EXPECT_EQ(QTX::WorkerCount(GetSession()), 0);
+  ASSERT_EQ(a.Track(), 0);
+  EXPECT_EQ(a.out.bodyNum, 4);
+  SceneCaller c(kW, kH, kW, 23);
+  ASSERT_EQ(c.Open(), 0);
+  EXPECT_GE(QTX::WorkerCount(GetSession()), 1);
 }
 
 }  // namespace

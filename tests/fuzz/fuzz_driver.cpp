@@ -66,9 +66,11 @@ struct Geometry {
   int32_t stride = 64;
 };
 
-// Bytes of the frame the geometry describes, or -1 when the geometry itself is invalid.
+// Bytes of the frame the geometry describes, or -1 when the geometry itself is invalid. The
+// width never addresses the frame (it only bounds boxes on re-initialisation), so any width
+// goes, a stride below it included.
 int64_t FrameBytes(const Geometry& g) {
-  if (g.width <= 0 || g.height <= 0 || g.stride <= 0 || g.stride < g.width) return -1;
+  if (g.height <= 0 || g.stride <= 0) return -1;
   return static_cast<int64_t>(g.stride) * g.height + static_cast<int64_t>(g.stride) * (g.height / 2);
 }
 bool GeometryAccepted(const Geometry& g) {
@@ -182,7 +184,7 @@ float Bounded(float v) { return v < -1e6f ? -1e6f : (v > 1e6f ? 1e6f : v); }
 
 // Textured: the test background with textured bodies; flat: one grey; noise: every byte random.
 void Render(uint8_t* frame, const Geometry& g, const Scene& s) {
-  const Nv21View f{g.width, g.height, g.stride, frame};
+  const Nv21View f{std::min(g.stride, std::max(g.width, 1)), g.height, g.stride, frame};
   const size_t total = static_cast<size_t>(g.stride) * static_cast<size_t>(g.height + g.height / 2);
   if (s.content == 2) {
     for (size_t i = 0; i < total; ++i) frame[i] = static_cast<uint8_t>(Hash32(s.background + static_cast<uint32_t>(i)));
@@ -492,8 +494,11 @@ class Driver {
       case 5: s.out->bodies = nullptr; break;
       default: break;
     }
+    // Body arrays matter only for the entries the frame reads or writes.
+    const int32_t written = flag ? n : (s.bodies <= MAX_INPLACE_NUM ? s.bodies : 0);
+    const int32_t read = flag ? n : std::min(written, n);
     const bool nulled = handle == nullptr || in == nullptr || out == nullptr || in_->image == nullptr ||
-                        in_->bodies == nullptr || s.out->bodies == nullptr;
+                        (read > 0 && in_->bodies == nullptr) || (written > 0 && s.out->bodies == nullptr);
     const int32_t rc = ProcessKoTrackingAlgo(handle, in, out);
     ++frameCount_;
     s.out->bodies = outBodies;  // put back what a null variant took away

@@ -13,10 +13,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
+#include <vector>
 
 #include "api/algo_handle.h"
 #include "common/zy_alloc.h"
+#include "diag/image_dump.h"
 #include "scene.h"
 #include "support/counting_new.h"
 #include "support/log_capture.h"
@@ -81,8 +84,9 @@ class DumpSwitch {
     if (on_) setenv("vendor.zyObjectTracking.dumpimg", "1", 1);
   }
   ~DumpSwitch() { unsetenv("vendor.zyObjectTracking.dumpimg"); }
-  // Allocation points of one frame's dump: the RGB image and one BMP row.
-  long FrameAllocations() const { return on_ ? 2 : 0; }
+  // Allocation points of one frame's dump: none, since the directory is missing here and the
+  // dump finds that out before it allocates the RGB image and the BMP row.
+  long FrameAllocations() const { return 0; }
 
  private:
   bool on_;
@@ -252,6 +256,38 @@ TEST(FaultInjection, EveryHeapAllocationFailsWithoutEscaping) {
       EXPECT_EQ(got.rc[s], expected) << kStepNames[s];
     }
   });
+}
+
+// The pipeline's dump goes to a directory that does not exist here, which the dump finds out
+// before it allocates; with a directory it can write to, every allocation of the dump (the
+// name, the RGB image, the row) fails once: nothing throws, nothing leaks, and the file is
+// either written whole or not at all.
+TEST(FaultInjection, DumpIntoAWritableDirectoryFailsCleanly) {
+  char dir[] = "/tmp/zy_fault_dump_XXXXXX";
+  ASSERT_NE(mkdtemp(dir), nullptr);
+  const std::string base = std::string(dir) + "/f";
+  std::vector<uint8_t> yuv(64 * 48 * 3 / 2, 90);
+  BodyInfo body{1, 1, {4, 4, 20, 30}, 0};
+  ParamOut out{};
+  out.bodies = &body;
+  out.bodyNum = 1;
+  const long before = HeapAllocations();
+  ASSERT_EQ(DumpTrackingResult(base, yuv.data(), 64, 48, 1, out, 1), 0);
+  const long total = HeapAllocations() - before;
+  EXPECT_GE(total, 2);  // the name and the row
+  for (long k = 1; k <= total; ++k) {
+    const long live = LiveHeapBlocks();
+    FailNthHeapAllocation(k);
+    int rc = 99;
+    EXPECT_NO_THROW(rc = DumpTrackingResult(base, yuv.data(), 64, 48, 1, out, 1)) << k;
+    FailNthHeapAllocation(0);
+    EXPECT_TRUE(rc == 0 || rc == -1) << k;
+    EXPECT_EQ(LiveHeapBlocks(), live) << k;
+  }
+  for (const auto& f : std::filesystem::directory_iterator(dir)) {
+    EXPECT_EQ(f.file_size(), 54u + 64 * 48 * 3) << "a partly written file";
+  }
+  std::filesystem::remove_all(dir);
 }
 
 }  // namespace

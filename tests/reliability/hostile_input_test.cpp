@@ -1,5 +1,6 @@
 // Calls a careless or hostile caller could make: each is refused with one error line and
-// changes nothing, or runs without touching memory the library does not own.
+// changes nothing when it would touch memory the library does not own, and otherwise runs
+// as any frame.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 
@@ -41,36 +42,53 @@ std::vector<uint8_t> State(const SceneCaller& c) {
   return s;
 }
 
-// Each case breaks one thing in an otherwise good call (a re-initialisation or a tracking
-// frame) and names the result and the one error line it must give.
-#define BREAK(what) [](ParamIn*& in, ParamOut*& out, std::vector<BodyInfo>& many) { (void)in, (void)out, (void)many, what; }
-TEST(HostileInput, RefusedCallsChangeNothingAndSayWhy) {
+// Each case changes one thing in an otherwise good call after a re-initialisation and a
+// tracking frame of two bodies (identities 1 and 2). A refused call logs its one error line
+// and leaves the caller's records and the handle as they were; an accepted one is processed
+// as any frame. nextIds are the identities a following re-initialisation of the same two
+// bodies receives: 1, 2 while the handle remembers them, 3, 4 once it has let them go.
+#define EDIT(what) [](ParamIn*& in, ParamOut*& out, std::vector<BodyInfo>& many) { (void)in, (void)out, (void)many, what; }
+TEST(HostileInput, EdgeFramesAreRefusedOnlyWhenUnsafe) {
   struct Case {
     const char* what;
-    void (*breakIt)(ParamIn*&, ParamOut*&, std::vector<BodyInfo>&);
+    void (*edit)(ParamIn*&, ParamOut*&, std::vector<BodyInfo>&);
     bool first;
     int32_t result;
-    const char* line;
+    const char* line;  // the one error line of a refusal; nullptr for an accepted frame
+    int32_t outBodyNum;
+    int32_t ids[2];      // identities the call leaves in the caller's two bodies
+    int32_t nextIds[2];
   };
   const char* kNull = "ProcessKoTrackingAlgo input params is NULL, error! \n";
   const Case cases[] = {
-      {"null in", BREAK(in = nullptr), true, 1, kNull},
-      {"null out", BREAK(out = nullptr), false, 1, kNull},
-      {"null input bodies", BREAK(in->bodies = nullptr), true, 1, kNull},
-      {"null output bodies", BREAK(out->bodies = nullptr), false, 1, kNull},
-      {"null image", BREAK(in->image = nullptr), true, 1, kNull},
-      {"negative stride", BREAK(in->stride = -kW), false, 0,
-       "ProcessKoTrackingAlgo frame geometry is invalid: width 320, height 240, stride -320"},
-      {"zero height", BREAK(in->height = 0), true, 0,
-       "ProcessKoTrackingAlgo frame geometry is invalid: width 320, height 0, stride 320"},
-      {"stride below width", BREAK(in->stride = kW - 1), false, 0, "ProcessKoTrackingAlgo stride 319 is below width 320"},
+      {"null in", EDIT(in = nullptr), true, 1, kNull, 2, {77, 77}, {1, 2}},
+      {"null out", EDIT(out = nullptr), false, 1, kNull, 2, {77, 77}, {1, 2}},
+      {"null input bodies", EDIT(in->bodies = nullptr), true, 1, kNull, 2, {77, 77}, {1, 2}},
+      {"null output bodies", EDIT(out->bodies = nullptr), false, 1, kNull, 2, {77, 77}, {1, 2}},
+      {"null image", EDIT(in->image = nullptr), true, 1, kNull, 2, {77, 77}, {1, 2}},
+      {"negative stride", EDIT(in->stride = -kW), false, 0,
+       "ProcessKoTrackingAlgo frame geometry is invalid: width 320, height 240, stride -320", 2, {77, 77}, {1, 2}},
+      {"zero height", EDIT(in->height = 0), true, 0,
+       "ProcessKoTrackingAlgo frame geometry is invalid: width 320, height 0, stride 320", 2, {77, 77}, {1, 2}},
       // 65536 x (21846 + 10923) bytes is 2^31 + 65536: one chroma row too many for 32 bits.
-      {"byte count past 32 bits", BREAK((in->width = in->stride = 65536, in->height = 21846)), false, 0,
-       "ProcessKoTrackingAlgo frame of 65536 x 21846 (stride 65536) is too large"},
-      {"31 bodies", BREAK((in->bodies = many.data(), in->bodyNum = 31)), true, 0,
-       "ProcessKoTrackingAlgo bodyNum 31 is outside 0..30"},
-      {"negative count", BREAK(in->bodyNum = INT32_MIN), true, 0,
-       "ProcessKoTrackingAlgo bodyNum -2147483648 is outside 0..30"},
+      {"byte count past 32 bits", EDIT((in->width = in->stride = 65536, in->height = 21846)), false, 0,
+       "ProcessKoTrackingAlgo frame of 65536 x 21846 (stride 65536) is too large", 2, {77, 77}, {1, 2}},
+      {"31 bodies", EDIT((in->bodies = many.data(), in->bodyNum = 31)), true, 0,
+       "ProcessKoTrackingAlgo bodyNum 31 is outside 0..30", 2, {77, 77}, {1, 2}},
+      // Below 0 the loop over the bodies would step through negative indices.
+      {"negative count", EDIT(in->bodyNum = INT32_MIN), true, 0,
+       "ProcessKoTrackingAlgo bodyNum -2147483648 is outside 0..30", 2, {77, 77}, {1, 2}},
+      // Accepted: nothing is read or written through null arrays when there are no bodies,
+      // and the bodies of the last frame are let go.
+      {"no bodies, null arrays", EDIT((in->bodies = nullptr, out->bodies = nullptr, in->bodyNum = 0)), true, 0,
+       nullptr, 0, {77, 77}, {3, 4}},
+      // Width 0 bounds every box to nothing: identities are assigned, every box is skipped.
+      {"zero width", EDIT(in->width = 0), true, 0, nullptr, 2, {1, 2}, {1, 2}},
+      {"negative width", EDIT(in->width = -5), true, 0, nullptr, 2, {1, 2}, {1, 2}},
+      {"stride below width, re-initialised", EDIT(in->stride = kW - 64), true, 0, nullptr, 2, {1, 2}, {1, 2}},
+      {"stride below width, tracked", EDIT(in->stride = kW - 64), false, 0, nullptr, 2, {77, 77}, {1, 2}},
+      {"null input bodies, no tracked body listed", EDIT((in->bodies = nullptr, in->bodyNum = 0)), false, 0,
+       nullptr, 2, {77, 77}, {1, 2}},
   };
   for (const Case& k : cases) {
     SCOPED_TRACE(k.what);
@@ -79,29 +97,39 @@ TEST(HostileInput, RefusedCallsChangeNothingAndSayWhy) {
     AddTwoBodies(c);
     ASSERT_EQ(c.Reinit(), 0);
     ASSERT_EQ(c.Track(), 0);
-    // Bodies the caller would send next, with identities the library must not overwrite.
+    // Bodies the caller would send next, with identities only a re-initialisation overwrites.
     for (BodyInfo& b : c.inBodies) b.bodyId = 77;
     std::vector<BodyInfo> many(31, c.inBodies[0]);
     const std::vector<uint8_t> before = State(c);
+    const BodyInfo outBefore[2] = {c.outBodies[0], c.outBodies[1]};
     ParamIn in = c.in;
     ParamOut out = c.out;
     in.bodyNum = c.BodyCount();
     in.isFirstFrame = k.first ? 1 : 0;
     ParamIn* inArg = &in;
     ParamOut* outArg = &out;
-    k.breakIt(inArg, outArg, many);
+    k.edit(inArg, outArg, many);
     LogCapture log;
     EXPECT_EQ(ProcessKoTrackingAlgo(c.handle, inArg, outArg), k.result);
-    int errors = 0;
-    for (const LogLine& l : log.Lines()) errors += l.prio >= ANDROID_LOG_ERROR;
-    EXPECT_EQ(errors, 1);
-    EXPECT_EQ(log.Count(k.line, ANDROID_LOG_ERROR), 1);
-    EXPECT_EQ(out.bodyNum, c.out.bodyNum);
+    EXPECT_EQ(out.bodyNum, k.outBodyNum);
+    EXPECT_EQ(c.inBodies[0].bodyId, k.ids[0]);
+    EXPECT_EQ(c.inBodies[1].bodyId, k.ids[1]);
     for (const BodyInfo& b : many) EXPECT_EQ(b.bodyId, 77);
-    EXPECT_TRUE(State(c) == before);
-    // The handle goes on as if the call had not been made.
-    ASSERT_EQ(c.Track(), 0);
-    EXPECT_EQ(c.out.bodyNum, 2);
+    if (k.line != nullptr) {
+      EXPECT_EQ(log.Count(k.line, ANDROID_LOG_ERROR), 1);
+      int errors = 0;
+      for (const LogLine& l : log.Lines()) errors += l.prio >= ANDROID_LOG_ERROR;
+      EXPECT_EQ(errors, 1);
+      EXPECT_TRUE(State(c) == before);
+    } else if (in.width <= 0) {
+      EXPECT_EQ(log.Count("ParamIn body roi width or height is error!", ANDROID_LOG_ERROR), 2);
+      EXPECT_EQ(0, std::memcmp(outBefore, c.outBodies, sizeof outBefore));  // skipped: not written
+    } else if (in.stride < in.width && !k.first) {
+      for (int i = 0; i < 2; ++i) EXPECT_LT(c.outBodies[i].roi.right, in.stride);
+    }
+    ASSERT_EQ(c.Reinit(), 0);
+    EXPECT_EQ(c.inBodies[0].bodyId, k.nextIds[0]);
+    EXPECT_EQ(c.inBodies[1].bodyId, k.nextIds[1]);
   }
 }
 
