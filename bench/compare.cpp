@@ -306,8 +306,8 @@ void CompareOnScenes(const zybench::Photo& photo, bool quick) {
     shape.width = c.width;
     shape.height = c.height;
     shape.bodies = c.bodies;
-    shape.minSide = c.height / 18.0f;
-    shape.maxSide = c.height / 6.0f;
+    shape.minSide = static_cast<float>(c.height) / 18.0f;
+    shape.maxSide = static_cast<float>(c.height) / 6.0f;
     shape.maxSpeed = 4;
     shape.seed = static_cast<uint32_t>(c.width + c.bodies);
     const Scene scene(shape, photo);

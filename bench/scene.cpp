@@ -67,7 +67,7 @@ Scene::Scene(const SceneSpec& shape, Photo background) : Scene(shape, {}, backgr
     SceneBody b;
     const float w = rng.Uniform(shape.minSide, shape.maxSide);
     const float h = std::min(2 * w, 0.9f * static_cast<float>(shape.height));
-    b.start = Box{rng.Uniform(0, std::max(1.0f, shape.width - w)), rng.Uniform(0, std::max(1.0f, shape.height - h)), w, h};
+    b.start = Box{rng.Uniform(0, std::max(1.0f, static_cast<float>(shape.width) - w)), rng.Uniform(0, std::max(1.0f, static_cast<float>(shape.height) - h)), w, h};
     b.vx = rng.Uniform(-shape.maxSpeed, shape.maxSpeed);
     b.vy = rng.Uniform(-shape.maxSpeed, shape.maxSpeed) * 0.5f;
     b.growth = rng.Uniform(-0.1f, 0.1f);

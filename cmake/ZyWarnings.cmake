@@ -2,6 +2,9 @@
 add_library(zy_options INTERFACE)
 target_compile_options(zy_options INTERFACE
   -Wall -Wextra
+  # A local that hides another, and a conversion that can change a value, are mistakes here
+  # far more often than intent; an intended one says so with a cast.
+  -Wshadow -Wconversion
   # Results must agree bit for bit between x86-64 and arm64: no contraction of a*b+c into
   # a fused multiply-add, and never -ffast-math.
   $<$<COMPILE_LANGUAGE:C,CXX>:-ffp-contract=off>

@@ -24,7 +24,7 @@ static void draw_frame(unsigned char* img, int frame) {
   for (int b = 0; b < 2; ++b) {
     const int bx = 100 + 250 * b + 3 * frame, by = 80 + 2 * frame * (b ? -1 : 1) + 40 * b;
     for (int y = by; y < by + 120; ++y)
-      for (int x = bx; x < bx + 60; ++x) img[(size_t)y * kWidth + x] = texel(7u + (unsigned)b, x - bx, y - by);
+      for (int x = bx; x < bx + 60; ++x) img[(size_t)y * kWidth + (size_t)x] = texel(7u + (unsigned)b, x - bx, y - by);
   }
 }
 

@@ -103,19 +103,6 @@ bool BodyArraysPresent(const AlgoHandle* handle, const ParamIn* in, const ParamO
   return (read <= 0 || in->bodies != nullptr) && (written <= 0 || out->bodies != nullptr);
 }
 
-// Identities for a re-initialisation frame. With no bodies every previous identity goes back
-// to the queue; the association still wants an array to point at.
-void AssignIdentities(AlgoHandle* handle, ParamIn* in) {
-  if (in->bodies != nullptr) {
-    UpdateBodyID4FirstFrame(handle, in);
-    return;
-  }
-  BodyInfo none{};
-  ParamIn empty = *in;
-  empty.bodies = &none;
-  UpdateBodyID4FirstFrame(handle, &empty);
-}
-
 struct InitContext {
   AlgoHandle* handle;
   ParamIn* in;
@@ -255,7 +242,7 @@ extern "C" ZY_EXPORT int32_t ProcessKoTrackingAlgo(AlgoHandle* handle, ParamIn* 
   if (!FrameIsSafe(handle, in)) return 0;
 
   if (in->isFirstFrame) {
-    AssignIdentities(handle, in);
+    UpdateBodyID4FirstFrame(handle, in);
     InitProcess(handle, in, out);
   } else {
     UpdateProcess(handle, in, out);

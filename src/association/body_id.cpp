@@ -40,7 +40,9 @@ float OverlapCost(const BodyRoi& cur, const BodyRoi& pre) {
 }  // namespace
 
 void UpdateBodyID4FirstFrame(AlgoHandle* algoHandle, ParamIn* paramIn) {
-  if (algoHandle == nullptr || paramIn == nullptr || paramIn->bodies == nullptr) {
+  // With no current bodies nothing is read through the array, which may then be null: every
+  // previous identity just goes back to the queue.
+  if (algoHandle == nullptr || paramIn == nullptr || (paramIn->bodies == nullptr && paramIn->bodyNum != 0)) {
     ZY_LOGE("%s input params is NULL, error! \n", kBodyIdFunc);
     return;
   }

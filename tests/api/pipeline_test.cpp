@@ -47,8 +47,8 @@ TEST(Pipeline, TrackingFramesAllocateNothing) {
       EXPECT_EQ(o.classId, c.Body(i).classId);
       EXPECT_EQ(o.extra, c.inBodies[i].extra);
       const MovingBody& b = c.Body(i);
-      worst = std::max(worst, std::hypot(0.5f * (o.roi.left + o.roi.right) - (b.x + b.w / 2),
-                                         0.5f * (o.roi.top + o.roi.bottom) - (b.y + b.h / 2)));
+      worst = std::max(worst, std::hypot(0.5f * static_cast<float>(o.roi.left + o.roi.right) - (b.x + b.w / 2),
+                                         0.5f * static_cast<float>(o.roi.top + o.roi.bottom) - (b.y + b.h / 2)));
     }
   }
   EXPECT_LE(worst, 6.0f) << "tracked boxes stay within a few pixels of the truth";
@@ -144,7 +144,7 @@ TEST(Hazards, ThirtyBodiesLoseTheirIdentitiesAndTheQueueHandsOutWhatCameIn) {
   SceneCaller c(kW, kH, kW, 5);
   ASSERT_EQ(c.Open(), 0);
   for (int i = 0; i < MAX_INPLACE_NUM; ++i) {
-    c.AddBody({10.0f + 105 * (i % 6), 10.0f + 70 * (i / 6), 40, 60, 0, 0, static_cast<uint32_t>(i + 1), 1});
+    c.AddBody({10.0f + static_cast<float>(105 * (i % 6)), 10.0f + static_cast<float>(70 * (i / 6)), 40, 60, 0, 0, static_cast<uint32_t>(i + 1), 1});
   }
   std::vector<int32_t> ids;
   for (int frame = 0; frame < 4; ++frame) {

@@ -95,9 +95,9 @@ TEST(CropResize, ScaledWindowIsFloorMapped) {
   const Crop c = CropOf(f, {8.9f, 6.2f, 36.7f, 10.f}, 24, 24, 3);
   EXPECT_EQ(c.result, 0u);
   ExpectColour(c, [&](int r, int k, Rgb* e) {
-    if (std::floor(r * 1.5f) > 8) return false;
-    *e = f.Colour(8 + (static_cast<int>(std::floor(k * 1.5f)) & ~1),
-                  6 + static_cast<int>(std::floor(r * 1.5f)), true);
+    if (std::floor(static_cast<float>(r) * 1.5f) > 8) return false;
+    *e = f.Colour(8 + (static_cast<int>(std::floor(static_cast<float>(k) * 1.5f)) & ~1),
+                  6 + static_cast<int>(std::floor(static_cast<float>(r) * 1.5f)), true);
     return true;
   });
 }

@@ -119,7 +119,7 @@ TEST(Tracker, IdenticalInputsGiveBitIdenticalResults) {
   initTracker(b.t, box, View(f));
   int scaleSearches = 0;
   for (int frame = 1; frame <= 8; ++frame) {
-    f = Scene(90.f + 2 * frame, 70.f + frame, 40, 80);
+    f = Scene(90.f + static_cast<float>(2 * frame), 70.f + static_cast<float>(frame), 40, 80);
     float ra[4], rb[4];
     updateTracker(a.t, View(f), ra);
     updateTracker(b.t, View(f), rb);

@@ -110,7 +110,7 @@ Spread SpreadOf(std::vector<double> v) {
   if (v.empty()) return s;
   std::sort(v.begin(), v.end());
   s.median = v[v.size() / 2];
-  s.p90 = v[std::min(v.size() - 1, static_cast<size_t>(std::ceil(0.9 * v.size())) - 1)];
+  s.p90 = v[std::min(v.size() - 1, static_cast<size_t>(std::ceil(0.9 * static_cast<double>(v.size()))) - 1)];
   s.max = v.back();
   return s;
 }

@@ -20,7 +20,7 @@ cv::Mat NoiseTexture(std::mt19937& rng, int w, int h) {
   cv::Mat small(std::max(2, h / 8), std::max(2, w / 8), CV_8UC3);
   std::uniform_int_distribution<int> u(20, 235);
   for (int y = 0; y < small.rows; ++y)
-    for (int x = 0; x < small.cols; ++x) small.at<cv::Vec3b>(y, x) = cv::Vec3b(u(rng), u(rng), u(rng));
+    for (int x = 0; x < small.cols; ++x) small.at<cv::Vec3b>(y, x) = cv::Vec3b(static_cast<uchar>(u(rng)), static_cast<uchar>(u(rng)), static_cast<uchar>(u(rng)));
   cv::Mat big;
   cv::resize(small, big, cv::Size(w, h), 0, 0, cv::INTER_NEAREST);
   return big;
@@ -72,14 +72,14 @@ SyntheticScene::SyntheticScene(const SceneConfig& cfgIn) : cfg_(cfgIn) {
   // Soften the background a little so the bodies stand out as in real footage.
   cv::GaussianBlur(background_, background_, cv::Size(5, 5), 0);
 
-  const float unit = cfg_.height / 720.0f;  // sizes scale with the frame
+  const float unit = static_cast<float>(cfg_.height) / 720.0f;  // sizes scale with the frame
   std::uniform_real_distribution<float> uni(0, 1);
   for (int i = 0; i < cfg_.bodies; ++i) {
     Body b;
     b.h0 = (90 + 110 * uni(rng)) * unit;
     b.w0 = b.h0 * (0.35f + 0.2f * uni(rng));  // upright, body-like aspect
-    b.x0 = uni(rng) * (cfg_.width - b.w0);
-    b.y0 = uni(rng) * (cfg_.height - b.h0);
+    b.x0 = uni(rng) * (static_cast<float>(cfg_.width) - b.w0);
+    b.y0 = uni(rng) * (static_cast<float>(cfg_.height) - b.h0);
     const float speed = (0.5f + 2.5f * uni(rng)) * unit;
     const float angle = 6.2831853f * uni(rng);
     b.vx = speed * std::cos(angle);
@@ -107,16 +107,19 @@ Box SyntheticScene::BodyBox(const Body& b, int f) const {
     if (m < 0) m += 2 * range;
     return m <= range ? m : 2 * range - m;
   };
-  const float x = fold(b.x0 + b.vx * f + b.wobbleA * std::sin(b.wobbleF * f + b.wobbleP), cfg_.width - w);
-  const float y = fold(b.y0 + b.vy * f, cfg_.height - h);
+  const float t = static_cast<float>(f);
+  const float x = fold(b.x0 + b.vx * t + b.wobbleA * std::sin(b.wobbleF * t + b.wobbleP),
+                       static_cast<float>(cfg_.width) - w);
+  const float y = fold(b.y0 + b.vy * t, static_cast<float>(cfg_.height) - h);
   return Box{x, y, w, h};
 }
 
 cv::Point2f SyntheticScene::Shake(int f) const {
   // A hand-held camera: a slow sway plus a faster tremor, bounded by the margin.
   const float phase = static_cast<float>(cfg_.seed % 97);
-  return cv::Point2f(8.0f * std::sin(0.05f * f + phase) + 2.5f * std::sin(0.9f * f),
-                     5.0f * std::sin(0.037f * f + 2 * phase) + 2.0f * std::cos(1.3f * f));
+  const float t = static_cast<float>(f);
+  return cv::Point2f(8.0f * std::sin(0.05f * t + phase) + 2.5f * std::sin(0.9f * t),
+                     5.0f * std::sin(0.037f * t + 2 * phase) + 2.0f * std::cos(1.3f * t));
 }
 
 void SyntheticScene::Render(int f, cv::Mat* bgr, std::vector<TruthBox>* truth) const {
