@@ -180,7 +180,10 @@ def _whole(values, what, bounds, shape):
 
 
 class BodyTracker:
-    """One tracking handle: up to 30 bodies with identities 1..30.
+    """One tracking handle: up to 30 bodies, each with an identity kept across re-initialisations.
+
+    Identities are 1..30 while the library has free ones; once all 30 are in use a new body
+    keeps the bodyId it came with (0 here), so 0 and repeated values can then occur.
 
     reinit(frame, boxes) hands over a detector's boxes and returns their identities; track(frame)
     moves them on the next frames. A tracker is meant for one thread at a time (calls on one
