@@ -58,7 +58,7 @@ float CheckAssignment(const Matrix& m, const Ids& a, size_t pairs) {
 // Random matrices up to 8 x 8: even trials small integers 0..6 (exact, full of ties), odd ones
 // floats.
 TEST(Hungarian, RandomMatricesReachTheBruteForceOptimum) {
-  TestRng rng(20261121u);
+  SceneRng rng(20261121u);
   for (int rows = 1; rows <= 8; ++rows) {
     for (int cols = 1; cols <= 8; ++cols) {
       for (int trial = 0; trial < 12; ++trial) {

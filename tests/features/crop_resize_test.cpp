@@ -28,7 +28,7 @@ struct TestFrame {
   std::vector<uint8_t> px;
   TestFrame(uint32_t width, uint32_t height, uint32_t seed)
       : w(width), h(height), px(size_t{width} * height + size_t{width} * (height / 2)) {
-    TestRng rng(seed);
+    SceneRng rng(seed);
     for (auto& p : px) p = static_cast<uint8_t>(rng.Next());
   }
   int At(int64_t i) const { return i >= 0 && i < static_cast<int64_t>(px.size()) ? px[i] : 0; }
@@ -207,7 +207,7 @@ TEST(CropResize, BadArgumentsAndAFailedColumnList) {
 TEST(CropResize, FastRowsEqualReferenceOnWholeCrops) {
   // Random windows: inside, past every edge, odd corners, scales around 1, widths that leave
   // every tail length, even and odd frame heights.
-  TestRng rng(11);
+  SceneRng rng(11);
   for (const TestFrame& f : {TestFrame(96, 64, 12), TestFrame(90, 61, 13)}) {
     for (int n = 0; n < 400; ++n) {
       const int outW = rng.Uniform(1, 40), outH = rng.Uniform(1, 40);

@@ -265,7 +265,7 @@ TEST(CellHistograms, FusedRowsEqualReference) {
   }
   for (const auto& r : rows) all.ExpectSame(r.first, r.second);
 
-  TestRng rng(5);
+  SceneRng rng(5);
   const uint8_t alphabet[] = {0, 3, 4, 5, 7, 9, 12, 255};
   for (int32_t n = 1; n <= 41; ++n) {
     FusedRowCase c(n);
@@ -276,7 +276,7 @@ TEST(CellHistograms, FusedRowsEqualReference) {
 #endif
 
 TEST(CellHistograms, FastRowsEqualReference) {
-  TestRng rng(21);
+  SceneRng rng(21);
 #if ZY_HAVE_NEON
   // Every difference pair two bytes can give, and the int16 extremes the scratch could hold.
   std::vector<int16_t> dx, dy;

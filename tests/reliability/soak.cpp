@@ -60,7 +60,7 @@ struct Stats {
   std::exit(1);
 }
 
-MovingBody NewBody(TestRng& rng, int width, int height, uint32_t seed) {
+MovingBody NewBody(SceneRng& rng, int width, int height, uint32_t seed) {
   MovingBody b;
   b.w = static_cast<float>(rng.Uniform(16, width / 3));
   b.h = static_cast<float>(rng.Uniform(24, height / 2));
@@ -103,7 +103,7 @@ int main(int argc, char** argv) {
   // different frame sizes come and go.
   // Runs shorter than 10,000 frames do not check it.
   const long warmupFrames = frames < 10000 ? -1 : (frames / 10 < 10000 ? frames / 10 : 10000);
-  TestRng rng(seed);
+  SceneRng rng(seed);
   Stats s;
   long rssWarm = -1;
   uint32_t nextSeed = 100;

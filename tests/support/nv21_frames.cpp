@@ -16,6 +16,8 @@ uint32_t Hash32(uint32_t x) {
   return x;
 }
 
+SceneRng SceneRng::FromSeed(uint32_t seed) { return SceneRng(Hash32(seed) | 1u); }
+
 namespace {
 int FloorDiv(int a, int b) { return a >= 0 ? a / b : -((-a + b - 1) / b); }
 }  // namespace

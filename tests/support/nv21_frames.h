@@ -1,5 +1,7 @@
-// Synthetic NV21 frames for tests: a textured background and textured rectangular bodies
-// whose texture moves with them, generated deterministically from seeds.
+// Synthetic NV21 frames for the tests, the fuzzer, the soak and the benchmarks: one hash, one
+// generator and one texture, a textured background and textured rectangular bodies whose
+// texture moves with them, all deterministic from seeds. Whole moving scenes build on these
+// (support/moving_scene.h).
 #pragma once
 
 #include <cstddef>
@@ -24,10 +26,12 @@ struct Nv21Frame {
   operator Nv21View() { return {width, height, stride, data.data()}; }
 };
 
-// A small fixed-seed generator (xorshift32) so every test input is reproducible.
-struct TestRng {
+// A small fixed-seed generator (xorshift32) so every synthetic input is reproducible.
+struct SceneRng {
   uint32_t s;
-  explicit TestRng(uint32_t seed) : s(seed ? seed : 0x9e3779b9u) {}
+  explicit SceneRng(uint32_t state) : s(state ? state : 0x9e3779b9u) {}
+  // A generator whose start is the seed's hash: nearby seeds give unrelated sequences.
+  static SceneRng FromSeed(uint32_t seed);
   uint32_t Next() {
     s ^= s << 13;
     s ^= s >> 17;
@@ -35,6 +39,10 @@ struct TestRng {
     return s;
   }
   int Uniform(int lo, int hi) { return lo + static_cast<int>(Next() % static_cast<uint32_t>(hi - lo + 1)); }
+  // lo .. hi in 100,000 steps.
+  float UniformF(float lo, float hi) {
+    return lo + (hi - lo) * static_cast<float>(Next() % 100000u) / 99999.0f;
+  }
 };
 
 // An integer hash (good avalanche) for test textures and noise.

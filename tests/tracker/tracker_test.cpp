@@ -135,7 +135,7 @@ TEST(Tracker, IdenticalInputsGiveBitIdenticalResults) {
 // histograms whose normalised values fall on both sides of 0.2 and exactly on it, with
 // negative values and a NaN.
 TEST(Tracker, NormalisersEqualTheScalarFormBitForBit) {
-  TestRng rng(17);
+  SceneRng rng(17);
   for (const int F : {9, 27}) {
     std::vector<float> fastCells(108 * 256, 0.f);
     for (int i = 0; i < 18 * 18 * F; ++i) {
@@ -168,7 +168,7 @@ TEST(Tracker, NormalisersEqualTheScalarFormBitForBit) {
 // The four-wide spectrum product against the plain loop: both forms, a length with a tail,
 // and the output written over an input.
 TEST(Tracker, SpectrumProductEqualsTheScalarFormBitForBit) {
-  TestRng rng(29);
+  SceneRng rng(29);
   auto value = [&] { return static_cast<float>(static_cast<int>(rng.Next() % 20001) - 10000) * 1.37e-3f; };
   for (const uint32_t cols : {16u, 13u}) {
     const size_t n = 16 * cols;
@@ -205,7 +205,7 @@ TEST(Tracker, KernelIsExactlyOneAtNonPositiveDistance) {
   tr.t.sizeX = tr.t.sizeY = tr.t.fftSize = 16;
   tr.t.numChannels = 9;
   std::vector<Complex> x(9 * 256);
-  TestRng rng(3);
+  SceneRng rng(3);
   for (auto& v : x) v = Complex{static_cast<float>(rng.Next() % 100) / 100.f, 0.f};
   // Energies of 0 against a non-zero correlation give a negative distance everywhere the
   // correlation is positive: the kernel there is exactly 1, not exp of a positive number.

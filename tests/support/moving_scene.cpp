@@ -1,46 +1,15 @@
-#include "scene.h"
+#include "support/moving_scene.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 
+#include "support/nv21_frames.h"
+
 namespace zybench {
 namespace {
 
-uint32_t Hash(uint32_t x) {
-  x ^= x >> 16;
-  x *= 0x7feb352dU;
-  x ^= x >> 15;
-  x *= 0x846ca68bU;
-  x ^= x >> 16;
-  return x;
-}
-
-// Fixed-seed generator (xorshift32): every scene is reproducible.
-struct Rng {
-  uint32_t s;
-  explicit Rng(uint32_t seed) : s(Hash(seed) | 1u) {}
-  uint32_t Next() {
-    s ^= s << 13;
-    s ^= s >> 17;
-    s ^= s << 5;
-    return s;
-  }
-  float Uniform(float lo, float hi) { return lo + (hi - lo) * static_cast<float>(Next() % 100000u) / 99999.0f; }
-};
-
-int FloorDiv(int a, int b) { return a >= 0 ? a / b : -((-a + b - 1) / b); }
-
 uint8_t Clamp8(int v) { return static_cast<uint8_t>(std::clamp(v, 0, 255)); }
-
-// Blocky texture with a fine diagonal ripple, anchored to its owner's coordinates (u, v):
-// gradients in every orientation, different for every seed.
-uint8_t Texture(uint32_t seed, int u, int v) {
-  const uint32_t block = Hash(seed * 0x9e3779b1u ^ static_cast<uint32_t>(FloorDiv(u, 5)) * 0x85ebca6bu ^
-                              static_cast<uint32_t>(FloorDiv(v, 5)) * 0xc2b2ae35u);
-  const int ripple = ((u + 2 * v) % 7 + 7) % 7 * 6;
-  return Clamp8(static_cast<int>(block % 180) + 12 + ripple);
-}
 
 // Reflects p into [0, span] (a body bouncing between the frame's edges).
 float Reflect(float p, float span) {
@@ -61,16 +30,16 @@ void BgrToYuv(int b, int g, int r, int* y, int* u, int* v) {
 }  // namespace
 
 Scene::Scene(const SceneSpec& shape, Photo background) : Scene(shape, {}, background) {
-  Rng rng(shape.seed);
+  SceneRng rng = SceneRng::FromSeed(shape.seed);
   bodies_.clear();
   for (int i = 0; i < shape.bodies; ++i) {
     SceneBody b;
-    const float w = rng.Uniform(shape.minSide, shape.maxSide);
+    const float w = rng.UniformF(shape.minSide, shape.maxSide);
     const float h = std::min(2 * w, 0.9f * static_cast<float>(shape.height));
-    b.start = Box{rng.Uniform(0, std::max(1.0f, static_cast<float>(shape.width) - w)), rng.Uniform(0, std::max(1.0f, static_cast<float>(shape.height) - h)), w, h};
-    b.vx = rng.Uniform(-shape.maxSpeed, shape.maxSpeed);
-    b.vy = rng.Uniform(-shape.maxSpeed, shape.maxSpeed) * 0.5f;
-    b.growth = rng.Uniform(-0.1f, 0.1f);
+    b.start = Box{rng.UniformF(0, std::max(1.0f, static_cast<float>(shape.width) - w)), rng.UniformF(0, std::max(1.0f, static_cast<float>(shape.height) - h)), w, h};
+    b.vx = rng.UniformF(-shape.maxSpeed, shape.maxSpeed);
+    b.vy = rng.UniformF(-shape.maxSpeed, shape.maxSpeed) * 0.5f;
+    b.growth = rng.UniformF(-0.1f, 0.1f);
     b.seed = rng.Next();
     bodies_.push_back(b);
   }
@@ -91,7 +60,7 @@ Scene::Scene(const SceneSpec& shape, std::vector<SceneBody> bodies, Photo backgr
       const uint8_t* p = background.bgr + (static_cast<size_t>(py) * background.width + px) * 3;
       BgrToYuv(p[0], p[1], p[2], Y, U, V);
     } else {
-      *Y = 60 + Texture(spec_.seed + 977u, x / 3, y / 3) / 3;
+      *Y = 60 + TextureAt(spec_.seed + 977u, x / 3, y / 3) / 3;
       *U = 118 + (y * 40) / H;
       *V = 118 + (x * 20) / W;
     }
@@ -131,8 +100,8 @@ void Scene::Render(int t, uint8_t* nv21) const {
   for (size_t i = 0; i < bodies_.size(); ++i) {
     const Box b = BoxAt(static_cast<int>(i), t);
     const uint32_t seed = bodies_[i].seed;
-    const uint8_t v = static_cast<uint8_t>(80 + Hash(seed) % 100);
-    const uint8_t u = static_cast<uint8_t>(80 + Hash(seed + 1) % 100);
+    const uint8_t v = static_cast<uint8_t>(80 + Hash32(seed) % 100);
+    const uint8_t u = static_cast<uint8_t>(80 + Hash32(seed + 1) % 100);
     const int x0 = std::max(0, static_cast<int>(std::lround(b.x)));
     const int y0 = std::max(0, static_cast<int>(std::lround(b.y)));
     const int x1 = std::min(W, static_cast<int>(std::lround(b.x + b.w)));
@@ -145,7 +114,7 @@ void Scene::Render(int t, uint8_t* nv21) const {
       uint8_t* row = nv21 + static_cast<size_t>(yy) * W;
       for (int xx = x0; xx < x1; ++xx) {
         const int tu = static_cast<int>(std::floor((static_cast<float>(xx) - b.x) * sx));
-        row[xx] = Texture(seed, tu, tv);
+        row[xx] = TextureAt(seed, tu, tv);
       }
       if ((yy & 1) == 0) {
         uint8_t* c = chroma + static_cast<size_t>(yy / 2) * W;
@@ -160,7 +129,7 @@ void Scene::Render(int t, uint8_t* nv21) const {
 
 std::vector<SceneBody> BodiesOfSide(int count, float side, int width, int height, uint32_t seed) {
   std::vector<SceneBody> out;
-  Rng rng(seed);
+  SceneRng rng = SceneRng::FromSeed(seed);
   const int cols = std::max(1, static_cast<int>(std::ceil(std::sqrt(static_cast<float>(count)))));
   const int rows = (count + cols - 1) / cols;
   for (int i = 0; i < count; ++i) {
@@ -168,8 +137,8 @@ std::vector<SceneBody> BodiesOfSide(int count, float side, int width, int height
     const float cx = (static_cast<float>(i % cols) + 0.5f) * static_cast<float>(width) / static_cast<float>(cols);
     const float cy = (static_cast<float>(i / cols) + 0.5f) * static_cast<float>(height) / static_cast<float>(rows);
     b.start = Box{cx - side / 2, cy - side / 2, side, side};
-    b.vx = rng.Uniform(-1.5f, 1.5f);
-    b.vy = rng.Uniform(-1.0f, 1.0f);
+    b.vx = rng.UniformF(-1.5f, 1.5f);
+    b.vy = rng.UniformF(-1.0f, 1.0f);
     b.growth = 0;
     b.seed = rng.Next();
     out.push_back(b);
