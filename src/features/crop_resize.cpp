@@ -19,8 +19,9 @@ constexpr uint32_t kFail = 9;
 // so the frame path never allocates.
 constexpr int32_t kColumnListCapacity = 256;
 
-// Index arithmetic of the crop is 32-bit, as on the device: it wraps modulo 2^32 and is read
-// back as signed. Every byte it names is bounds-checked before it is read.
+// Index arithmetic of the crop is 32-bit on every architecture: it wraps modulo 2^32 and is
+// read back as signed, so arm64 and x86-64 name the same bytes. Every byte it names is
+// bounds-checked before it is read.
 inline int32_t Wrap32(int64_t v) {
   return static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint64_t>(v)));
 }

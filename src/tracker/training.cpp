@@ -87,8 +87,9 @@ void solveFilter(const Complex* yf, const Complex* kf, Complex* out, int32_t row
     const float D = ar * ar + b * b;
     // A vanishing denominator ends the solution here; later elements keep their old values.
     if (std::fabs(static_cast<double>(D)) < 1e-6) return;
-    // The numerator uses the kernel without lambda, and the imaginary part is a sum: this is
-    // the filter the tracker was tuned with, kept exactly.
+    // The numerator uses the kernel without lambda, and the imaginary part is a sum, not the
+    // exact quotient yf / (kf + lambda): this form is the tracker's filter, and every tracked
+    // box (the golden boxes included) follows from it.
     out[k] = Complex{(a * c + b * d) / D, (a * d + b * c) / D};
   }
 }
