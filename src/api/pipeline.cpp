@@ -10,6 +10,7 @@
 
 #include "api/algo_handle.h"
 #include "association/body_id.h"
+#include "common/zy_convert.h"
 #include "common/zy_log.h"
 #include "common/zy_memops.h"
 #include "diag/image_dump.h"
@@ -34,15 +35,6 @@ void RunBodyLoop(int n, const Body& body) {
   }
   Task task(session, body, range, session->GetGuider());
   task.Do();
-}
-
-// Truncation toward zero of a box coordinate, saturated to the int32 range so that a wild
-// float cannot overflow the conversion; in-range values are unchanged.
-int32_t TruncSaturate(float v) {
-  if (!(v == v)) return 0;  // NaN
-  if (v >= 2147483520.0f) return INT32_MAX;
-  if (v <= -2147483648.0f) return INT32_MIN;
-  return static_cast<int32_t>(v);
 }
 
 // min(max(v, 0), limit - 1): a value not below limit becomes limit - 1.
@@ -147,10 +139,10 @@ void UpdateBody(const UpdateContext& c, int i) {
   BodyInfo& o = c.out->bodies[i];
   // Bounded by the stride and the height, not the width: the trackers see the stride as the
   // image width.
-  o.roi.left = ClampIndex(TruncSaturate(r[0]), stride);
-  o.roi.top = ClampIndex(TruncSaturate(r[1]), height);
-  o.roi.right = ClampIndex(TruncSaturate(r[0] + r[2]), stride);
-  o.roi.bottom = ClampIndex(TruncSaturate(r[1] + r[3]), height);
+  o.roi.left = ClampIndex(zy::TruncToInt32Sat(r[0]), stride);
+  o.roi.top = ClampIndex(zy::TruncToInt32Sat(r[1]), height);
+  o.roi.right = ClampIndex(zy::TruncToInt32Sat(r[0] + r[2]), stride);
+  o.roi.bottom = ClampIndex(zy::TruncToInt32Sat(r[1] + r[3]), height);
   // The caller's list must keep the order of the last re-initialisation; a shorter list than
   // the bodies tracked leaves the missing entries' extra word as last output.
   o.extra = i < c.in->bodyNum ? c.in->bodies[i].extra : c.handle->lastBodyInfo[i].extra;

@@ -37,37 +37,8 @@ float OverlapCost(const BodyRoi& cur, const BodyRoi& pre) {
   return 1.0f - inter / uni;
 }
 
-}  // namespace
-
-void UpdateBodyID4FirstFrame(AlgoHandle* algoHandle, ParamIn* paramIn) {
-  // With no current bodies nothing is read through the array, which may then be null: every
-  // previous identity just goes back to the queue.
-  if (algoHandle == nullptr || paramIn == nullptr || (paramIn->bodies == nullptr && paramIn->bodyNum != 0)) {
-    ZY_LOGE("%s input params is NULL, error! \n", kBodyIdFunc);
-    return;
-  }
-  const int curNum = paramIn->bodyNum;
-  const int preNum = algoHandle->bodyNum;
-  // Counts outside 0..30 are refused rather than clamped: a clamped previous count would
-  // silently lose identities, and the 30 x 30 matrix and the 30 flags have no room for more.
-  if (curNum < 0 || curNum > MAX_INPLACE_NUM || preNum < 0 || preNum > MAX_INPLACE_NUM) {
-    ZY_LOGE("%s body number error! cur[%d] pre[%d]", kBodyIdFunc, curNum, preNum);
-    return;
-  }
-  if (preNum > 0 && algoHandle->lastBodyInfo == nullptr) {
-    ZY_LOGE("%s lastBodyInfo is NULL, error! \n", kBodyIdFunc);
-    return;
-  }
-  BodyInfo* cur = paramIn->bodies;
-  const BodyInfo* pre = algoHandle->lastBodyInfo;
-
-  if (zy::memset_s(algoHandle->lastBodyIDFlag, kLastBodyIdFlagBytes, 0, kLastBodyIdFlagBytes) != 0) {
-    ZY_LOG_MEM_ERROR(kBodyIdFunc, __LINE__);
-  }
-  float costMatrix[MAX_INPLACE_NUM * kCostStride] = {};  // row: current body, column: previous
-  int32_t assignment[MAX_INPLACE_NUM];
-  int32_t useCount[MAX_INPLACE_NUM] = {};
-
+// Row i, column j: the cost of giving current body i the identity of previous body j.
+void FillCostMatrix(const BodyInfo* cur, int curNum, const BodyInfo* pre, int preNum, float* costMatrix) {
   for (int i = 0; i < curNum; ++i) {
     for (int j = 0; j < preNum; ++j) {
       float& c = costMatrix[i * kCostStride + j];
@@ -80,7 +51,12 @@ void UpdateBodyID4FirstFrame(AlgoHandle* algoHandle, ParamIn* paramIn) {
       }
     }
   }
+}
 
+// The optimal assignment with the matches that cannot stand taken out: each entry of
+// `assignment` is a previous body's index, or -1 for a body that inherits nothing.
+void SolveAssignment(AlgoHandle* algoHandle, float* costMatrix, int curNum, int preNum, int32_t* assignment) {
+  int32_t useCount[MAX_INPLACE_NUM] = {};
   std::fill_n(assignment, MAX_INPLACE_NUM, -1);
   // The object carries no data; a handle that lacks it still gets a correct assignment.
   HungarianAlgorithm fallback;
@@ -119,7 +95,11 @@ void UpdateBodyID4FirstFrame(AlgoHandle* algoHandle, ParamIn* paramIn) {
   ZY_LOGD("match result :(%d, %d, %d, %d, %d, %d, %d, %d, %d, %d)", assignment[0], assignment[1], assignment[2],
           assignment[3], assignment[4], assignment[5], assignment[6], assignment[7], assignment[8],
           assignment[9]);
+}
 
+// A matched body inherits its predecessor's identity (and marks it taken); an unmatched one
+// takes the front of the queue, or keeps the ID it came with when the queue is empty.
+void AssignIds(AlgoHandle* algoHandle, BodyInfo* cur, int curNum, const BodyInfo* pre, const int32_t* assignment) {
   std::deque<int32_t>& freeIds = algoHandle->freeBodyIds;
   for (int i = 0; i < curNum; ++i) {
     const int32_t j = assignment[i];
@@ -130,18 +110,54 @@ void UpdateBodyID4FirstFrame(AlgoHandle* algoHandle, ParamIn* paramIn) {
       cur[i].bodyId = freeIds.front();
       freeIds.pop_front();
     }
-    // Unmatched with an empty queue: the body keeps the ID it came with.
   }
+}
 
-  // Identities of previous bodies without a successor go back to the end of the queue, in
-  // order, so they are handed out again only after every ID already waiting.
+// Identities of previous bodies without a successor go back to the end of the queue, in
+// order, so they are handed out again only after every ID already waiting.
+void ReturnLostIds(AlgoHandle* algoHandle, const BodyInfo* pre, int preNum) {
   for (int j = 0; j < preNum; ++j) {
     if (algoHandle->lastBodyIDFlag[j] != 0) continue;
     try {
-      freeIds.push_back(pre[j].bodyId);
+      algoHandle->freeBodyIds.push_back(pre[j].bodyId);
     } catch (...) {
       // Out of memory: this identity is lost to the queue, but nothing leaves the library.
       ZY_LOGE("%s freeBodyIds push error! id[%d]", kBodyIdFunc, pre[j].bodyId);
     }
   }
+}
+
+}  // namespace
+
+void UpdateBodyID4FirstFrame(AlgoHandle* algoHandle, ParamIn* paramIn) {
+  // With no current bodies nothing is read through the array, which may then be null: every
+  // previous identity just goes back to the queue.
+  if (algoHandle == nullptr || paramIn == nullptr || (paramIn->bodies == nullptr && paramIn->bodyNum != 0)) {
+    ZY_LOGE("%s input params is NULL, error! \n", kBodyIdFunc);
+    return;
+  }
+  const int curNum = paramIn->bodyNum;
+  const int preNum = algoHandle->bodyNum;
+  // Counts outside 0..30 are refused rather than clamped: a clamped previous count would
+  // silently lose identities, and the 30 x 30 matrix and the 30 flags have no room for more.
+  if (curNum < 0 || curNum > MAX_INPLACE_NUM || preNum < 0 || preNum > MAX_INPLACE_NUM) {
+    ZY_LOGE("%s body number error! cur[%d] pre[%d]", kBodyIdFunc, curNum, preNum);
+    return;
+  }
+  if (preNum > 0 && algoHandle->lastBodyInfo == nullptr) {
+    ZY_LOGE("%s lastBodyInfo is NULL, error! \n", kBodyIdFunc);
+    return;
+  }
+  BodyInfo* cur = paramIn->bodies;
+  const BodyInfo* pre = algoHandle->lastBodyInfo;
+
+  if (zy::memset_s(algoHandle->lastBodyIDFlag, kLastBodyIdFlagBytes, 0, kLastBodyIdFlagBytes) != 0) {
+    ZY_LOG_MEM_ERROR(kBodyIdFunc, __LINE__);
+  }
+  float costMatrix[MAX_INPLACE_NUM * kCostStride] = {};  // row: current body, column: previous
+  int32_t assignment[MAX_INPLACE_NUM];
+  FillCostMatrix(cur, curNum, pre, preNum, costMatrix);
+  SolveAssignment(algoHandle, costMatrix, curNum, preNum, assignment);
+  AssignIds(algoHandle, cur, curNum, pre, assignment);
+  ReturnLostIds(algoHandle, pre, preNum);
 }

@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "common/zy_alloc.h"
+#include "common/zy_bt601.h"
 #include "common/zy_log.h"
 
 namespace {
@@ -20,20 +21,20 @@ constexpr int kFileHeaderBytes = 14;
 constexpr int kInfoHeaderBytes = 40;
 constexpr int kPixelDataOffset = kFileHeaderBytes + kInfoHeaderBytes;
 
-// BT.601 studio range in 10-bit fixed point (scale 1024): luma 1.164 from 16 up, chroma
-// 1.596 V to red, 0.391 U and 0.813 V off green, 2.018 U to blue.
-constexpr int kLumaFloor = 16;
-constexpr int kLumaScale = 1192;
-constexpr int kLumaOffset = kLumaFloor * kLumaScale;  // 19072
-constexpr int kVToR = 1634;
-constexpr int kUToG = 400;
-constexpr int kVToG = 833;
-constexpr int kUToB = 2066;
-constexpr int kFixedMax = (256 << 10) - 1;  // 262143: 255 after the shift
-constexpr int kChromaZero = 128;
+// The frame's colours as the tracker's crop converts them (common/zy_bt601.h).
+using zy::bt601::kChromaZero;
+using zy::bt601::kFixedMax;
+using zy::bt601::kFracBits;
+using zy::bt601::kLumaFloor;
+using zy::bt601::kLumaScale;
+using zy::bt601::kUToB;
+using zy::bt601::kUToG;
+using zy::bt601::kVToG;
+using zy::bt601::kVToR;
+constexpr int kLumaOffset = kLumaFloor * kLumaScale;
 
 inline uint8_t FixedToByte(int v) {
-  return static_cast<uint8_t>(std::min(std::max(v, 0), kFixedMax) >> 10);
+  return static_cast<uint8_t>(std::min(std::max(v, 0), kFixedMax) >> kFracBits);
 }
 
 // One converter for both chroma orders: uFirst is NV12 (U, V pairs), else NV21 (V, U).

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "common/zy_alloc.h"
+#include "common/zy_convert.h"
 #include "common/zy_log.h"
 #include "common/zy_memops.h"
 #include "features/yuv_rows.h"
@@ -18,22 +19,15 @@ constexpr uint32_t kFail = 9;
 // so the frame path never allocates.
 constexpr int32_t kColumnListCapacity = 256;
 
-// Index arithmetic of the crop is 32-bit, as on the device: it wraps modulo 2^32 and is read
-// back as signed. Every byte it names is bounds-checked before it is read.
+// Index arithmetic of the crop is 32-bit on every architecture: it wraps modulo 2^32 and is
+// read back as signed, so arm64 and x86-64 name the same bytes. Every byte it names is
+// bounds-checked before it is read.
 inline int32_t Wrap32(int64_t v) {
   return static_cast<int32_t>(static_cast<uint32_t>(static_cast<uint64_t>(v)));
 }
 
-// float -> int32 toward zero / toward minus infinity, saturating, NaN -> 0 (what the arm64
-// conversion instruction does; plain casts are undefined outside the int32 range).
-int32_t SaturateToInt32(float f) {
-  if (!(f == f)) return 0;
-  if (f >= 2147483648.0f) return INT32_MAX;
-  if (f < -2147483648.0f) return INT32_MIN;
-  return static_cast<int32_t>(f);
-}
-inline int32_t TruncToInt32(float f) { return SaturateToInt32(std::trunc(f)); }
-inline int32_t FloorToInt32(float f) { return SaturateToInt32(std::floor(f)); }
+// float -> int32 toward minus infinity, saturating, NaN -> 0.
+inline int32_t FloorToInt32(float f) { return zy::TruncToInt32Sat(std::floor(f)); }
 
 inline uint8_t Avg2(uint8_t a, uint8_t b) { return static_cast<uint8_t>((a + b + 1) >> 1); }
 
@@ -285,7 +279,7 @@ uint32_t ProcThreeChannelDataWith(KernelChoice choice, const uint8_t* frame, uin
         Wrap32(left + static_cast<int64_t>(static_cast<uint32_t>(top) * width));
     const int32_t chromaBase = Wrap32(
         static_cast<int64_t>(left) + static_cast<uint32_t>(width * static_cast<uint32_t>(height)) +
-        TruncToInt32(static_cast<float>(top) * 0.5f * static_cast<float>(width)));
+        zy::TruncToInt32Sat(static_cast<float>(top) * 0.5f * static_cast<float>(width)));
     const size_t plane = static_cast<size_t>(outW) * outH;
     // Columns close together (windows up to about four times the output) are read by whole
     // loads; the plans are made once for all rows.
@@ -381,10 +375,10 @@ uint32_t CropResizeYuv2rgbAccWith(KernelChoice choice, const uint8_t* frame, uin
   if (outW == 0) return kFail;
   if (roi == nullptr) return kFail;  // nothing to cut; dst untouched
 
-  const int32_t x = TruncToInt32(roi[0]);
-  const int32_t y = TruncToInt32(roi[1]);
-  const int32_t w = TruncToInt32(roi[2]);
-  const int32_t h = TruncToInt32(roi[3]);
+  const int32_t x = zy::TruncToInt32Sat(roi[0]);
+  const int32_t y = zy::TruncToInt32Sat(roi[1]);
+  const int32_t w = zy::TruncToInt32Sat(roi[2]);
+  const int32_t h = zy::TruncToInt32Sat(roi[3]);
 
   int32_t imageRect[4];  // left, top, right, bottom: frame pixels read (right, bottom exclusive)
   int32_t validRect[4];  // startX, startY, endX, endY: the same in crop coordinates

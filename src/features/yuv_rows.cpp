@@ -1,6 +1,8 @@
 // Scalar reference rows of the crop's colour conversion.
 #include "features/yuv_rows.h"
 
+#include "common/zy_bt601.h"
+
 namespace {
 
 // Rounding halving average of two bytes.
@@ -16,14 +18,13 @@ inline int32_t Wrap16(int32_t v) {
 }  // namespace
 
 void YuvToRgbOne(uint8_t y, uint8_t u, uint8_t v, uint8_t rgb[3]) {
-  // BT.601 limited range: 1.164 = 1192/1024, 1.596 = 1634/1024, 0.813 = 833/1024,
-  // 0.391 = 400/1024, 2.018 = 2066/1024; 262143 = 255.999 in 10 fractional bits.
-  const int32_t yc = 1192 * ((y < 16 ? 16 : y) - 16);
-  const int32_t vp = v - 128;
-  const int32_t up = u - 128;
-  rgb[0] = static_cast<uint8_t>(Clamp(yc + 1634 * vp, 0, 262143) >> 10);
-  rgb[1] = static_cast<uint8_t>(Clamp(yc - 833 * vp - 400 * up, 0, 262143) >> 10);
-  rgb[2] = static_cast<uint8_t>(Clamp(yc + 2066 * up, 0, 262143) >> 10);
+  using namespace zy::bt601;
+  const int32_t yc = kLumaScale * ((y < kLumaFloor ? kLumaFloor : y) - kLumaFloor);
+  const int32_t vp = v - kChromaZero;
+  const int32_t up = u - kChromaZero;
+  rgb[0] = static_cast<uint8_t>(Clamp(yc + kVToR * vp, 0, kFixedMax) >> kFracBits);
+  rgb[1] = static_cast<uint8_t>(Clamp(yc - kVToG * vp - kUToG * up, 0, kFixedMax) >> kFracBits);
+  rgb[2] = static_cast<uint8_t>(Clamp(yc + kUToB * up, 0, kFixedMax) >> kFracBits);
 }
 
 void YuvToRgbWide(uint8_t y, uint8_t u, uint8_t v, uint8_t rgb[3]) {

@@ -9,6 +9,8 @@
 
 #include <cstring>
 
+#include "common/zy_bt601.h"
+
 #if ZY_HAVE_NEON
 
 namespace {
@@ -156,17 +158,20 @@ void Nv21OneFormToRgb4_NEON(const uint8_t* frame, const int32_t bases[4], const 
   const uint32x4_t cw = vreinterpretq_u32_u8(c);
 
   // 10 fractional bits in 32-bit lanes, luma limited up to 16 first; no sum leaves int32.
+  using namespace zy::bt601;
   const int32x4_t y32 = vreinterpretq_s32_u16(vzip1q_u16(ya, vdupq_n_u16(0)));
-  const int32x4_t yc = vmulq_n_s32(vsubq_s32(vmaxq_s32(y32, vdupq_n_s32(16)), vdupq_n_s32(16)), 1192);
-  const int32x4_t vp = vsubq_s32(vreinterpretq_s32_u32(vandq_u32(cw, vdupq_n_u32(0xFF))), vdupq_n_s32(128));
+  const int32x4_t lumaFloor = vdupq_n_s32(kLumaFloor);
+  const int32x4_t yc = vmulq_n_s32(vsubq_s32(vmaxq_s32(y32, lumaFloor), lumaFloor), kLumaScale);
+  const int32x4_t zero = vdupq_n_s32(kChromaZero);
+  const int32x4_t vp = vsubq_s32(vreinterpretq_s32_u32(vandq_u32(cw, vdupq_n_u32(0xFF))), zero);
   const int32x4_t up =
-      vsubq_s32(vreinterpretq_s32_u32(vandq_u32(vshrq_n_u32(cw, 8), vdupq_n_u32(0xFF))), vdupq_n_s32(128));
+      vsubq_s32(vreinterpretq_s32_u32(vandq_u32(vshrq_n_u32(cw, 8), vdupq_n_u32(0xFF))), zero);
   const int32x4_t lo = vdupq_n_s32(0);
-  const int32x4_t hi = vdupq_n_s32(262143);
-  auto clampShift = [&](int32x4_t x) { return vshrq_n_s32(vminq_s32(vmaxq_s32(x, lo), hi), 10); };
-  const int32x4_t rs = clampShift(vaddq_s32(yc, vmulq_n_s32(vp, 1634)));
-  const int32x4_t gs = clampShift(vsubq_s32(vsubq_s32(yc, vmulq_n_s32(vp, 833)), vmulq_n_s32(up, 400)));
-  const int32x4_t bs = clampShift(vaddq_s32(yc, vmulq_n_s32(up, 2066)));
+  const int32x4_t hi = vdupq_n_s32(kFixedMax);
+  auto clampShift = [&](int32x4_t x) { return vshrq_n_s32(vminq_s32(vmaxq_s32(x, lo), hi), kFracBits); };
+  const int32x4_t rs = clampShift(vaddq_s32(yc, vmulq_n_s32(vp, kVToR)));
+  const int32x4_t gs = clampShift(vsubq_s32(vsubq_s32(yc, vmulq_n_s32(vp, kVToG)), vmulq_n_s32(up, kUToG)));
+  const int32x4_t bs = clampShift(vaddq_s32(yc, vmulq_n_s32(up, kUToB)));
   // Every value is 0..255: keep the low byte of each lane, R, G, B four bytes each.
   const uint16x8_t rg = vuzp1q_u16(vreinterpretq_u16_s32(rs), vreinterpretq_u16_s32(gs));
   const uint16x8_t bb = vuzp1q_u16(vreinterpretq_u16_s32(bs), vreinterpretq_u16_s32(bs));

@@ -41,7 +41,7 @@ class SessionImpl final : public ISession {
   }
 
   // Workers: min(option B, hardware threads) - 1, the caller being the last thread of a
-  // loop; 1 worker on a two-core phone cluster or this two-core host, at most kMaxWorkers.
+  // loop, so two cores get one worker beside the caller; at most kMaxWorkers.
   int Start() {
     // Stopping the old workers and starting the new ones is one step under the pool's lock:
     // two handles created at once on two threads would otherwise both find the pool empty

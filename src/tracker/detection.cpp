@@ -17,8 +17,9 @@ float SubCellOffset(float l, float p, float r) {
   return divisor != 0 ? (r - l) * 0.5f / divisor : 0.f;
 }
 
-// Keeps a box on the frame: one pixel column or row at least overlaps it; the margins 1 and
-// -2 are the tuned ones.
+// Keeps a box on the frame, so that features can still be drawn around it: a box wholly left of
+// or above the frame is moved to end one pixel inside it; one starting at or past the last pixel
+// is moved to start at the last but one.
 void ClampToFrame(TrackerRoi& b, float W, float H) {
   if (b.x + b.width <= 0) b.x = 1 - b.width;
   if (b.y + b.height <= 0) b.y = 1 - b.height;
@@ -87,6 +88,69 @@ void detect(TrackingInp& t, const Complex* z, const Complex* x, float* peakValue
   locatePeak(t.response, sx, sy, peakValue, res);
 }
 
+namespace {
+
+// One scale test: features extracted at `extractScale` around the current box. A weighted peak
+// above the best so far replaces it, and the box and scale shrink (divided by the step) or grow
+// (multiplied by it) with it.
+void TryScale(TrackingInp& t, float extractScale, bool shrink, float* peak, float res[2], float* w, float* h) {
+  float p = 0.f, r[2] = {0.f, 0.f};
+  getFeatures(t, t.featBuf, &t.patchEnergy, extractScale);
+  detect(t, t.featBuf, t.modelFeat, &p, r);
+  if (t.scaleWeight * p > *peak) {
+    *peak = p;
+    res[0] = r[0];
+    res[1] = r[1];
+    if (shrink) {
+      t.scale /= t.scaleStep;
+      *w /= t.scaleStep;
+      *h /= t.scaleStep;
+    } else {
+      t.scale *= t.scaleStep;
+      *w *= t.scaleStep;
+      *h *= t.scaleStep;
+    }
+  }
+}
+
+// The scale search around a detection at scale 1: one step smaller, then one step larger.
+void SearchScale(TrackingInp& t, float* peak, float res[2], float* w, float* h) {
+  TryScale(t, 1.0f / t.scaleStep, true, peak, res, w, h);
+  // Extracted one step up from the scale the first test left: after a smaller winner this
+  // retests the starting size.
+  TryScale(t, t.scaleStep, false, peak, res, w, h);
+}
+
+// Learns the appearance at the accepted box: its features, their kernel with themselves, the
+// filter solved from it, and both blended into the model.
+void Retrain(TrackingInp& t) {
+  getFeatures(t, t.featBuf, &t.modelEnergy, 1.0f);
+  if (t.featBuf != nullptr) {
+    gaussianCorrelation(t, t.featBuf, t.featBuf, t.modelEnergy, t.modelEnergy);
+    solveFilter(t.probf, t.kf, t.specC, t.sizeX, static_cast<uint32_t>(t.sizeY), t.lambda);
+    updateModel(t, t.featBuf, t.interpFactor);
+  }
+}
+
+// Size smoothing against the last accepted box, keeping the centre. A last box lying exactly on
+// x = 0 or y = 0 is not smoothed.
+void SmoothSize(TrackingInp& t, float W, float H) {
+  TrackerRoi out = t.roi;
+  const TrackerRoi& last = t.lastRoi;
+  if (last.height != 0 && last.width != 0 && last.x != 0 && last.y != 0) {
+    const float a = t.sizeSmooth;
+    const float ws = a * last.width + (1 - a) * t.roi.width;
+    const float hs = a * last.height + (1 - a) * t.roi.height;
+    out = TrackerRoi{t.roi.x + t.roi.width * 0.5f - ws * 0.5f, t.roi.y + t.roi.height * 0.5f - hs * 0.5f, ws, hs};
+  }
+  if (!(out.width < 0 && out.height < 0)) {
+    ClampToFrame(out, W, H);
+    t.roi = out;
+  }
+}
+
+}  // namespace
+
 uint32_t updateTracker(TrackingInp& t, FrameView frame, float* resultRoi) {
   if (resultRoi == nullptr) {
     ZY_LOGV("resultRoi is null");
@@ -106,31 +170,7 @@ uint32_t updateTracker(TrackingInp& t, FrameView frame, float* resultRoi) {
   getFeatures(t, t.featBuf, &t.patchEnergy, 1.0f);
   detect(t, t.featBuf, t.modelFeat, &peak, res);
 
-  if (peak >= kScaleSearchGate && t.scaleStep != 1.0f) {
-    float p1 = 0.f, res1[2] = {0.f, 0.f};
-    getFeatures(t, t.featBuf, &t.patchEnergy, 1.0f / t.scaleStep);
-    detect(t, t.featBuf, t.modelFeat, &p1, res1);
-    if (t.scaleWeight * p1 > peak) {
-      peak = p1;
-      res[0] = res1[0];
-      res[1] = res1[1];
-      t.scale /= t.scaleStep;
-      w /= t.scaleStep;
-      h /= t.scaleStep;
-    }
-    // Extracted at the scale step a left, so after a smaller winner this retests the start.
-    float p2 = 0.f, res2[2] = {0.f, 0.f};
-    getFeatures(t, t.featBuf, &t.patchEnergy, t.scaleStep);
-    detect(t, t.featBuf, t.modelFeat, &p2, res2);
-    if (t.scaleWeight * p2 > peak) {
-      peak = p2;
-      res[0] = res2[0];
-      res[1] = res2[1];
-      t.scale *= t.scaleStep;
-      w *= t.scaleStep;
-      h *= t.scaleStep;
-    }
-  }
+  if (peak >= kScaleSearchGate && t.scaleStep != 1.0f) SearchScale(t, &peak, res, &w, &h);
   t.peakValue = peak;
   t.modelSpecState = kModelSpecOff;
 
@@ -151,27 +191,8 @@ uint32_t updateTracker(TrackingInp& t, FrameView frame, float* resultRoi) {
     return 9;
   }
 
-  getFeatures(t, t.featBuf, &t.modelEnergy, 1.0f);
-  if (t.featBuf != nullptr) {
-    gaussianCorrelation(t, t.featBuf, t.featBuf, t.modelEnergy, t.modelEnergy);
-    solveFilter(t.probf, t.kf, t.specC, t.sizeX, static_cast<uint32_t>(t.sizeY), t.lambda);
-    updateModel(t, t.featBuf, t.interpFactor);
-  }
-
-  // Size smoothing against the last accepted box, keeping the centre. A last box lying
-  // exactly on x = 0 or y = 0 is not smoothed.
-  TrackerRoi out = t.roi;
-  const TrackerRoi& last = t.lastRoi;
-  if (last.height != 0 && last.width != 0 && last.x != 0 && last.y != 0) {
-    const float a = t.sizeSmooth;
-    const float ws = a * last.width + (1 - a) * t.roi.width;
-    const float hs = a * last.height + (1 - a) * t.roi.height;
-    out = TrackerRoi{t.roi.x + t.roi.width * 0.5f - ws * 0.5f, t.roi.y + t.roi.height * 0.5f - hs * 0.5f, ws, hs};
-  }
-  if (!(out.width < 0 && out.height < 0)) {
-    ClampToFrame(out, W, H);
-    t.roi = out;
-  }
+  Retrain(t);
+  SmoothSize(t, W, H);
   resultRoi[0] = t.roi.x;
   resultRoi[1] = t.roi.y;
   resultRoi[2] = t.roi.width;

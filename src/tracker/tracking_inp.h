@@ -1,5 +1,8 @@
 // One body's correlation-filter tracker: parameters, boxes, the frame it works on and every
-// buffer it needs, all allocated when tracking starts so that frames allocate nothing.
+// buffer it needs, all allocated by createTracker (Start) and again by resetTracker (Reset).
+// A tracking frame (updateTracker) allocates nothing. A re-initialisation frame's initTracker
+// allocates only the two temporary arrays the cosine window is built from (one row and one
+// column long), and releases them before it returns.
 #pragma once
 
 #include <cstdint>

@@ -2,6 +2,7 @@
 // the model update.
 #include <cmath>
 
+#include "common/zy_convert.h"
 #include "common/zy_log.h"
 #include "common/zy_memops.h"
 #include "common/zy_neon.h"
@@ -16,16 +17,6 @@ const float* F(const Complex* p) { return reinterpret_cast<const float*>(p); }
 // Forward transform of plane a into b, inverse of a into b (no scaling either way).
 void Forward(const Complex* a, Complex* b, int32_t n) { Fft2D(F(a), F(a) + 1, F(b), F(b) + 1, n, -1); }
 void Inverse(const Complex* a, Complex* b, int32_t n) { Fft2D(F(a) + 1, F(a), F(b) + 1, F(b), n, +1); }
-
-// Truncation toward zero, saturating at the ends of the int32 range as the arm64 conversion
-// does: a box as wide as a frame of a billion pixels, times the padding, is past the range, and
-// a plain cast of such a value is undefined (x86-64 gives INT32_MIN).
-int32_t TruncToInt32(float v) {
-  if (!(v == v)) return 0;
-  if (v >= 2147483648.0f) return INT32_MAX;
-  if (v <= -2147483648.0f) return INT32_MIN;
-  return static_cast<int32_t>(v);
-}
 
 bool HasSpectra(const TrackingInp& t) {
   return t.specA && t.specB && t.specC && t.corrSum && t.kf && t.sizeX >= 1 && t.sizeY >= 1;
@@ -96,8 +87,9 @@ void solveFilter(const Complex* yf, const Complex* kf, Complex* out, int32_t row
     const float D = ar * ar + b * b;
     // A vanishing denominator ends the solution here; later elements keep their old values.
     if (std::fabs(static_cast<double>(D)) < 1e-6) return;
-    // The numerator uses the kernel without lambda, and the imaginary part is a sum: this is
-    // the filter the tracker was tuned with, kept exactly.
+    // The numerator uses the kernel without lambda, and the imaginary part is a sum, not the
+    // exact quotient yf / (kf + lambda): this form is the tracker's filter, and every tracked
+    // box (the golden boxes included) follows from it.
     out[k] = Complex{(a * c + b * d) / D, (a * d + b * c) / D};
   }
 }
@@ -198,8 +190,9 @@ uint32_t initTracker(TrackingInp& t, const float box[4], FrameView frame) {
   t.inited = 1;
 
   // The search window is square on the smaller padded side.
-  const int32_t pw = TruncToInt32(t.roi.width * t.padding);
-  const int32_t ph = TruncToInt32(t.roi.height * t.padding);
+  // A box as wide as a frame of a billion pixels, times the padding, is past the int32 range.
+  const int32_t pw = zy::TruncToInt32Sat(t.roi.width * t.padding);
+  const int32_t ph = zy::TruncToInt32Sat(t.roi.height * t.padding);
   const float side = static_cast<float>(pw < ph ? pw : ph);
   t.scale = side / static_cast<float>(t.templateSize);
   const float tmpl = t.scale > 0 ? side / t.scale : 0.f;

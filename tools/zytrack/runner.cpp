@@ -77,6 +77,22 @@ void DrawProgress(int done, int total) {
 // Smallest box side handed to the library: thinner boxes hold too little to learn from.
 constexpr float kMinSide = 4;
 
+// The one owner of the tracking handle: whichever way a run ends, the handle is destroyed once.
+class HandleOwner {
+ public:
+  HandleOwner() = default;
+  HandleOwner(const HandleOwner&) = delete;
+  HandleOwner& operator=(const HandleOwner&) = delete;
+  ~HandleOwner() {
+    if (handle_ != nullptr) DestroyKoTrackingAlgo(&handle_);
+  }
+  AlgoHandle** Out() { return &handle_; }
+  AlgoHandle* Get() const { return handle_; }
+
+ private:
+  AlgoHandle* handle_ = nullptr;
+};
+
 }  // namespace
 
 volatile std::sig_atomic_t gStopRequested = 0;
@@ -158,14 +174,13 @@ bool RunTracking(FrameSource& source, const RunConfig& cfg, RunResult* result, s
     *error = "no output folder";
     return false;
   }
-  AlgoHandle* handle = nullptr;
-  if (CreateKoTrackingAlgo(&handle) != 0 || StartKoTrackingAlgo(handle) != 0) {
+  HandleOwner handle;
+  if (CreateKoTrackingAlgo(handle.Out()) != 0 || StartKoTrackingAlgo(handle.Get()) != 0) {
     *error = "the tracking library could not start";
     return false;
   }
   std::ofstream tracks(cfg.workDir + "/tracks.txt");
   if (!tracks) {
-    DestroyKoTrackingAlgo(&handle);
     *error = cfg.workDir + ": cannot write tracks.txt";
     return false;
   }
@@ -227,15 +242,13 @@ bool RunTracking(FrameSource& source, const RunConfig& cfg, RunResult* result, s
     in.isFirstFrame = reinit ? 1 : 0;
     std::memset(outBodies, 0, sizeof outBodies);
     if (gStopRequested) {
-      DestroyKoTrackingAlgo(&handle);
       *error = "interrupted";
       return false;
     }
     const auto t0 = std::chrono::steady_clock::now();
-    const int rc = ProcessKoTrackingAlgo(handle, &in, &out);
+    const int rc = ProcessKoTrackingAlgo(handle.Get(), &in, &out);
     const auto t1 = std::chrono::steady_clock::now();
     if (rc != 0) {
-      DestroyKoTrackingAlgo(&handle);
       *error = "frame " + std::to_string(frameNo) + ": the library refused the frame (" + std::to_string(rc) + ")";
       return false;
     }
@@ -329,7 +342,6 @@ bool RunTracking(FrameSource& source, const RunConfig& cfg, RunResult* result, s
   }
   video.release();
   tracks.close();
-  DestroyKoTrackingAlgo(&handle);
   if (!tracks) {
     *error = cfg.workDir + ": writing tracks.txt failed";
     return false;
