@@ -63,8 +63,10 @@ for ((n = first; n <= last; n++)); do
     outcome="unchanged"
   else
     set +e
-    timeout "$suite_limit" "${suite[@]}" > "$build/suite.log" 2>&1
+    timeout -k 5 "$suite_limit" "${suite[@]}" > "$build/suite.log" 2>&1
     status=$?
+    # A test hung by the mutant outlives the killed ctest: end it too.
+    pkill -KILL -f "^$PWD/$build/tests/" 2> /dev/null
     set -e
     # The test that caught it (the first to fail), for deciding which tests carry weight.
     where="$where [$(grep -oE '[0-9]+ - [A-Za-z0-9_.]+ \(' "$build/suite.log" | head -n 1 | cut -d' ' -f3)]"
