@@ -5,7 +5,8 @@
 #include <cstring>
 
 Nv21Frame::Nv21Frame(int w, int h, int s)
-    : width(w), height(h), stride(s), data(static_cast<size_t>(s) * h + static_cast<size_t>(s) * (h / 2), 0) {}
+    : width(w), height(h), stride(s),
+      data(static_cast<size_t>(s) * static_cast<size_t>(h + h / 2), 0) {}
 
 uint32_t Hash32(uint32_t x) {
   x ^= x >> 16;
@@ -19,6 +20,10 @@ uint32_t Hash32(uint32_t x) {
 SceneRng SceneRng::FromSeed(uint32_t seed) { return SceneRng(Hash32(seed) | 1u); }
 
 namespace {
+// Byte offset of (row, col) in rows of `stride` bytes; every argument is non-negative.
+size_t At(int row, int stride, int col) {
+  return static_cast<size_t>(row) * static_cast<size_t>(stride) + static_cast<size_t>(col);
+}
 int FloorDiv(int a, int b) { return a >= 0 ? a / b : -((-a + b - 1) / b); }
 }  // namespace
 
@@ -35,13 +40,13 @@ void FillBackground(Nv21View f, uint32_t seed) {
   for (int y = 0; y < f.height; ++y) {
     for (int x = 0; x < f.width; ++x) {
       // Larger, softer blocks for the background.
-      f.data[static_cast<size_t>(y) * f.stride + x] =
+      f.data[At(y, f.stride, x)] =
           static_cast<uint8_t>(60 + TextureAt(seed, x / 3, y / 3) / 3);
     }
   }
   for (int y = 0; y < f.height / 2; ++y) {
     for (int x = 0; x + 1 < f.width; x += 2) {
-      uint8_t* p = f.data + static_cast<size_t>(f.stride) * f.height + static_cast<size_t>(y) * f.stride + x;
+      uint8_t* p = f.data + At(f.height + y, f.stride, x);
       p[0] = static_cast<uint8_t>(118 + (x * 20) / std::max(1, f.width));   // V
       p[1] = static_cast<uint8_t>(118 + (y * 40) / std::max(1, f.height));  // U
     }
@@ -49,9 +54,9 @@ void FillBackground(Nv21View f, uint32_t seed) {
 }
 
 void FillFlat(Nv21View f, uint8_t luma) {
-  const size_t lumaBytes = static_cast<size_t>(f.stride) * f.height;
+  const size_t lumaBytes = At(f.height, f.stride, 0);
   std::memset(f.data, luma, lumaBytes);
-  std::memset(f.data + lumaBytes, 128, static_cast<size_t>(f.stride) * (f.height / 2));
+  std::memset(f.data + lumaBytes, 128, At(f.height / 2, f.stride, 0));
 }
 
 void DrawBody(Nv21View f, float x, float y, float w, float h, uint32_t seed) {
@@ -68,11 +73,11 @@ void DrawBody(Nv21View f, float x, float y, float w, float h, uint32_t seed) {
     for (int xx = std::max(0, x0); xx < std::min(f.width, x1); ++xx) {
       const int tu = static_cast<int>(std::floor((static_cast<float>(xx) - x) * sx));
       const int tv = static_cast<int>(std::floor((static_cast<float>(yy) - y) * sy));
-      f.data[static_cast<size_t>(yy) * f.stride + xx] = TextureAt(seed, tu, tv);
+      f.data[At(yy, f.stride, xx)] = TextureAt(seed, tu, tv);
       // An odd height has no chroma row for its last luma row, an odd stride no V,U pair at
       // its last column.
       if (yy / 2 >= f.height / 2 || (xx | 1) >= f.stride) continue;
-      uint8_t* p = f.data + static_cast<size_t>(f.stride) * (f.height + yy / 2) + (xx & ~1);
+      uint8_t* p = f.data + At(f.height + yy / 2, f.stride, xx & ~1);
       p[0] = v;
       p[1] = u;
     }
