@@ -68,12 +68,15 @@ for ((n = first; n <= last; n++)); do
     # A test hung by the mutant outlives the killed ctest: end it too.
     pkill -KILL -f "^$PWD/$build/tests/" 2> /dev/null
     set -e
-    # The test that caught it (the first to fail), for deciding which tests carry weight.
-    where="$where [$(grep -oE '[0-9]+ - [A-Za-z0-9_.]+ \(' "$build/suite.log" | head -n 1 | cut -d' ' -f3)]"
     case $status in
       0) outcome="survived" ;;
       124) outcome="timed out" ;;
-      *) outcome="killed" ;;
+      *)
+        outcome="killed"
+        # The test that caught it (the first to fail), for deciding which tests carry weight.
+        catcher=$(grep -oE '[0-9]+ - [A-Za-z0-9_.]+ \(' "$build/suite.log" | head -n 1 | cut -d' ' -f3 || true)
+        where="$where [${catcher:-?}]"
+        ;;
     esac
   fi
   restore
