@@ -3,6 +3,7 @@
 #
 #   scripts/mutate.sh [FIRST [LAST]]     mutants FIRST..LAST of scripts/mutants.tsv (default: all)
 #   ZY_MUTATE_EXCLUDE='^Tracker\.' scripts/mutate.sh    the same without the tests the regex names
+#   ZY_MUTATE_ONLY='2 5 13' scripts/mutate.sh             only the mutants listed (a quick recheck)
 #
 # Each mutant of the fixed list (scripts/mutants.tsv, made by `scripts/mutants.py generate`) is
 # applied to the work tree, built incrementally in build/mutate and run against the host suite
@@ -54,7 +55,12 @@ trap restore EXIT INT TERM
 results="$build/results.tsv"
 : > "$results"
 declare -A count=()
-for ((n = first; n <= last; n++)); do
+if [ -n "${ZY_MUTATE_ONLY:-}" ]; then
+  read -r -a chosen <<< "$ZY_MUTATE_ONLY"
+else
+  chosen=($(seq "$first" "$last"))
+fi
+for n in "${chosen[@]}"; do
   where=$("$py" scripts/mutants.py apply "$n" "$list") && rc=0 || rc=$?
   if ((rc == 3)); then
     outcome="stale"
@@ -92,7 +98,7 @@ cmake --build "$build" > /dev/null 2>&1 || true
 
 compiled=$((${count[killed]:-0} + ${count[survived]:-0} + ${count["timed out"]:-0}))
 echo
-echo "mutate: mutants ${first}..${last}: killed ${count[killed]:-0}, survived ${count[survived]:-0}," \
+echo "mutate: mutants ${ZY_MUTATE_ONLY:-${first}..${last}}: killed ${count[killed]:-0}, survived ${count[survived]:-0}," \
   "timed out ${count["timed out"]:-0} of ${compiled} built and changed;" \
   "unchanged ${count[unchanged]:-0}, no build ${count["no build"]:-0}, stale ${count[stale]:-0}"
 if ((compiled)); then
