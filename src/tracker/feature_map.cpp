@@ -148,7 +148,173 @@ void NormalizeAndTruncate(int32_t templateSize, int32_t F, float* cellFeat, floa
   NormalizeAndTruncateT<ZY_HAVE_NEON != 0>(templateSize, F, cellFeat, blockNorm, normFeat);
 }
 
+#if ZY_HAVE_NEON
+// The block factors of cells j .. j + 3 of interior row i, four cells to a vector: lane l of
+// n[b] is factor b of cell j + l, the sums of BlockFactors in its order.
+inline void BlockFactorRow4(const float* energy, int32_t g, int32_t i, int32_t j, float32x4_t n[4]) {
+  const float* up = energy + (i - 1) * g + j;
+  const float* mid = energy + i * g + j;
+  const float* down = energy + (i + 1) * g + j;
+  const float32x4_t e = vld1q_f32(mid);
+  const float32x4_t right = vaddq_f32(e, vld1q_f32(mid + 1));
+  const float32x4_t left = vaddq_f32(e, vld1q_f32(mid - 1));
+  const float32x4_t sums[4] = {
+      vaddq_f32(vaddq_f32(right, vld1q_f32(down)), vld1q_f32(down + 1)),
+      vaddq_f32(vaddq_f32(right, vld1q_f32(up)), vld1q_f32(up + 1)),
+      vaddq_f32(vaddq_f32(left, vld1q_f32(down)), vld1q_f32(down - 1)),
+      vaddq_f32(vaddq_f32(left, vld1q_f32(up)), vld1q_f32(up - 1))};
+  for (int b = 0; b < 4; ++b) {
+    n[b] = zy::DivF32x4(vdupq_n_f32(1.0f), vaddq_f32(zy::SqrtF32x4(sums[b]), vdupq_n_f32(kNormEpsilon)));
+  }
+}
+
+// blockNorm[c] = SumSquares9 of cell c, for `count` cells: four cells at a time, their
+// squares transposed so that each lane sums one cell's nine squares in order from 0.
+inline void CellEnergies9(const float* cellFeat, int32_t count, float* energy) {
+  int32_t c = 0;
+  for (; c + 4 <= count; c += 4) {
+    const float* v = cellFeat + static_cast<int64_t>(c) * 9;
+    float32x4_t sq[8];
+    for (int l = 0; l < 4; ++l) {
+      const float32x4_t lo = vld1q_f32(v + 9 * l), hi = vld1q_f32(v + 9 * l + 4);
+      sq[l] = vmulq_f32(lo, lo);
+      sq[4 + l] = vmulq_f32(hi, hi);
+    }
+    float32x4_t sum = vdupq_n_f32(0.f);
+    for (int h = 0; h < 2; ++h) {
+      const float32x4_t* q = sq + 4 * h;
+      const float32x4_t a = vzip1q_f32(q[0], q[1]), b = vzip2q_f32(q[0], q[1]);
+      const float32x4_t e = vzip1q_f32(q[2], q[3]), d = vzip2q_f32(q[2], q[3]);
+      // Column o of the four cells' values 4h .. 4h + 3, added in order.
+      sum = vaddq_f32(sum, vcombine_f32(vget_low_f32(a), vget_low_f32(e)));
+      sum = vaddq_f32(sum, vcombine_f32(vget_high_f32(a), vget_high_f32(e)));
+      sum = vaddq_f32(sum, vcombine_f32(vget_low_f32(b), vget_low_f32(d)));
+      sum = vaddq_f32(sum, vcombine_f32(vget_high_f32(b), vget_high_f32(d)));
+    }
+    const float last[4] = {v[8], v[17], v[26], v[35]};
+    const float32x4_t l8 = vld1q_f32(last);
+    vst1q_f32(energy + c, vaddq_f32(sum, vmulq_f32(l8, l8)));
+  }
+  for (; c < count; ++c) energy[c] = SumSquares9(cellFeat + static_cast<int64_t>(c) * 9);
+}
+
+// (v0, 0) and (v1, 0) of two adjacent values of a vector, to two planes.
+inline void StoreComplexPair(float32x4_t pairs, Complex* a, Complex* b) {
+  vst1_f32(reinterpret_cast<float*>(a), vget_low_f32(pairs));
+  vst1_f32(reinterpret_cast<float*>(b), vget_high_f32(pairs));
+}
+
+// The light path's normalisation, reduction and window in one pass over the cells, with the
+// same values as normalise-9, reduce-9 and the windowing loop one after the other: each
+// normalised value is the same product truncated the same way, each reduced value the same
+// sum of the four blocks in block order, each windowed value the same product. What the
+// separate steps leave in cellFeat for the next extraction's histograms (which add onto it) is
+// left there too: the reduced cells, then the normalised values that the copy-back put past
+// them, up to the end of the bordered map. The rest of the copy-back is never read again and is
+// not written. Needs k >= 4 (whole vectors of cells), sx = sy = k and nine channels.
+void NormaliseReduceWindow9(int32_t k, float* cellFeat, float* blockNorm, float* normFeat,
+                            const float* hann, Complex* out, float* energyOut) {
+  const int32_t g = k + 2;
+  CellEnergies9(cellFeat, g * g, blockNorm);
+  const int64_t cells = static_cast<int64_t>(k) * k;
+  // Squares of the windowed values, cell by cell, for the energy (past the kept values).
+  float* squares = normFeat + 27 * cells;
+  // The normalised values the copy-back leaves past the reduced cells and the next
+  // extraction's histograms read: flat positions [keepBegin, keepEnd) of the normalised map.
+  const int64_t keepBegin = cells * 9;
+  const int64_t mapEnd = static_cast<int64_t>(g) * g * 9;
+  const int64_t keepEnd = mapEnd < cells * 36 ? mapEnd : cells * 36;
+  const float32x4_t half = vdupq_n_f32(0.5f);
+  const float32x4_t zero = vdupq_n_f32(0.0f);
+  for (int32_t i = 1; i <= k; ++i) {
+    for (int32_t j = 1; j <= k; j += 4) {
+      float32x4_t n[4];
+      BlockFactorRow4(blockNorm, g, i, j, n);
+      // Transposed: cellFactors[l] holds the four factors of cell j + l.
+      const float32x4_t n01a = vzip1q_f32(n[0], n[1]), n01b = vzip2q_f32(n[0], n[1]);
+      const float32x4_t n23a = vzip1q_f32(n[2], n[3]), n23b = vzip2q_f32(n[2], n[3]);
+      const float32x4_t cellFactors[4] = {vcombine_f32(vget_low_f32(n01a), vget_low_f32(n23a)),
+                                          vcombine_f32(vget_high_f32(n01a), vget_high_f32(n23a)),
+                                          vcombine_f32(vget_low_f32(n01b), vget_low_f32(n23b)),
+                                          vcombine_f32(vget_high_f32(n01b), vget_high_f32(n23b))};
+#pragma GCC unroll 4
+      for (int32_t l = 0; l < 4; ++l) {
+        // Read before the reduced cell is stored: it lies at or before this input cell.
+        const float* in = cellFeat + (static_cast<int64_t>(i) * g + j + l) * 9;
+        const float32x4_t lo = vld1q_f32(in);
+        const float32x4_t hi = vld1q_f32(in + 4);
+        const float32x4_t f = cellFactors[l];
+        const float32x4_t last = TruncateLanes(vmulq_f32(vdupq_n_f32(in[8]), f));
+        const float32x4_t tLo[4] = {TruncateLanes(vmulq_laneq_f32(lo, f, 0)), TruncateLanes(vmulq_laneq_f32(lo, f, 1)),
+                                    TruncateLanes(vmulq_laneq_f32(lo, f, 2)), TruncateLanes(vmulq_laneq_f32(lo, f, 3))};
+        const float32x4_t tHi[4] = {TruncateLanes(vmulq_laneq_f32(hi, f, 0)), TruncateLanes(vmulq_laneq_f32(hi, f, 1)),
+                                    TruncateLanes(vmulq_laneq_f32(hi, f, 2)), TruncateLanes(vmulq_laneq_f32(hi, f, 3))};
+        const int64_t cell = static_cast<int64_t>(i - 1) * k + (j - 1 + l);
+        if (36 * cell + 36 > keepBegin && 36 * cell < keepEnd) {
+          float* norm = normFeat + 36 * cell;
+          for (int b = 0; b < 4; ++b) {
+            vst1q_f32(norm + 9 * b, tLo[b]);
+            vst1q_f32(norm + 9 * b + 4, tHi[b]);
+          }
+          vst1q_lane_f32(norm + 8, last, 0);
+          vst1q_lane_f32(norm + 17, last, 1);
+          vst1q_lane_f32(norm + 26, last, 2);
+          vst1q_lane_f32(norm + 35, last, 3);
+        }
+        const float32x4_t redLo = vmulq_f32(half, vaddq_f32(vaddq_f32(vaddq_f32(tLo[0], tLo[1]), tLo[2]), tLo[3]));
+        const float32x4_t redHi = vmulq_f32(half, vaddq_f32(vaddq_f32(vaddq_f32(tHi[0], tHi[1]), tHi[2]), tHi[3]));
+        const float red8 = 0.5f * (((vgetq_lane_f32(last, 0) + vgetq_lane_f32(last, 1)) + vgetq_lane_f32(last, 2)) +
+                                   vgetq_lane_f32(last, 3));
+        float* reduced = cellFeat + cell * 9;
+        vst1q_f32(reduced, redLo);
+        vst1q_f32(reduced + 4, redHi);
+        reduced[8] = red8;
+        const float w = hann[cell];
+        const float32x4_t vLo = vmulq_n_f32(redLo, w);
+        const float32x4_t vHi = vmulq_n_f32(redHi, w);
+        Complex* at = out + cell;
+        StoreComplexPair(vzip1q_f32(vLo, zero), at, at + cells);
+        StoreComplexPair(vzip2q_f32(vLo, zero), at + 2 * cells, at + 3 * cells);
+        StoreComplexPair(vzip1q_f32(vHi, zero), at + 4 * cells, at + 5 * cells);
+        StoreComplexPair(vzip2q_f32(vHi, zero), at + 6 * cells, at + 7 * cells);
+        const float v8 = red8 * w;
+        at[8 * cells] = Complex{v8, 0.f};
+        float* sq = squares + cell * 9;
+        vst1q_f32(sq, vmulq_f32(vLo, vLo));
+        vst1q_f32(sq + 4, vmulq_f32(vHi, vHi));
+        sq[8] = v8 * v8;
+      }
+    }
+  }
+  for (int64_t q = keepBegin; q < keepEnd; ++q) cellFeat[q] = normFeat[q];
+  // The energy in the windowing loop's order: channel by channel, cells in order.
+  float energy = 0.f;
+  for (int32_t c = 0; c < 9; ++c) {
+    const float* sq = squares + c;
+#pragma GCC unroll 8
+    for (int64_t q = 0; q < cells; ++q) energy += sq[9 * q];
+  }
+  *energyOut = energy;
+}
+#endif
+
 }  // namespace
+
+bool normaliseReduceWindow9(int32_t templateSize, float* cellFeat, float* blockNorm, float* normFeat,
+                            const float* hann, Complex* out, float* energyOut) {
+#if ZY_HAVE_NEON
+  const int32_t k = NormCells(templateSize);
+  if (k < 4 || k % 4 != 0 || cellFeat == nullptr || blockNorm == nullptr || normFeat == nullptr ||
+      hann == nullptr || out == nullptr || energyOut == nullptr) {
+    return false;
+  }
+  NormaliseReduceWindow9(k, cellFeat, blockNorm, normFeat, hann, out, energyOut);
+  return true;
+#else
+  (void)templateSize, (void)cellFeat, (void)blockNorm, (void)normFeat, (void)hann, (void)out, (void)energyOut;
+  return false;
+#endif
+}
 
 void normalizeAndTruncateReference(int32_t templateSize, int32_t F, float* cellFeat, float* blockNorm,
                                    float* normFeat) {
@@ -266,6 +432,13 @@ void getFeatures(TrackingInp& t, Complex* out, float* energyOut, float scaleAdju
   const uint32_t cellSize = static_cast<uint32_t>(t.cellSize);
   if (t.lightFeatures) {
     ComputeCellHistogramsLight(&image, cellSize, t.cellFeat, t.gradBufA, t.gradBufB, t.gradMag, t.gradBins);
+    // The tracker's own geometry (a k x k map of nine channels in the record's buffers) takes
+    // the one-pass form where it is built; anything else the steps one by one.
+    const int32_t k = NormCells(t.templateSize);
+    if (k == s.S && t.sizeX == k && t.sizeY == k && t.numChannels == 9 &&
+        normaliseReduceWindow9(t.templateSize, t.cellFeat, t.blockNorm, t.normFeat, t.hann, out, energyOut)) {
+      return;
+    }
     normalizeAndTruncate9(t.templateSize, t.cellFeat, t.blockNorm, t.normFeat);
     reduceFeatures9(t.templateSize, t.cellFeat);
   } else {

@@ -25,6 +25,13 @@ void normalizeAndTruncate27(int32_t templateSize, float* cellFeat, float* blockN
 // the truncation fused in four-wide steps.
 void normalizeAndTruncateReference(int32_t templateSize, int32_t F, float* cellFeat, float* blockNorm,
                                    float* normFeat);
+// The light path after the histograms in one pass: normalizeAndTruncate9, reduceFeatures9 and
+// getFeatures' windowing of the k x k map (sizeX = sizeY = k, nine channels) into out and
+// *energyOut, with the same bits, and the same values left in cellFeat's first (k + 2)^2 x 9
+// floats for the next histograms. Past those, cellFeat keeps what it held. False (nothing
+// done) where it is not built, for k not a multiple of 4, or a null buffer.
+bool normaliseReduceWindow9(int32_t templateSize, float* cellFeat, float* blockNorm, float* normFeat,
+                            const float* hann, Complex* out, float* energyOut);
 // In-place reduction of the k^2 normalised cells to 9 (or 31) values per cell.
 void reduceFeatures9(int32_t templateSize, float* cellFeat);
 void reduceFeatures27(int32_t templateSize, float* cellFeat);
