@@ -18,6 +18,34 @@ const float* F(const Complex* p) { return reinterpret_cast<const float*>(p); }
 void Forward(const Complex* a, Complex* b, int32_t n) { Fft2D(F(a), F(a) + 1, F(b), F(b) + 1, n, -1); }
 void Inverse(const Complex* a, Complex* b, int32_t n) { Fft2D(F(a) + 1, F(a), F(b) + 1, F(b), n, +1); }
 
+// sum[k] += a[k].re / d for k < n: four at a time where NEON (or SIMDe) is built, each lane the
+// scalar division and addition.
+void AddRealParts(const Complex* a, float d, float* sum, int64_t n) {
+  int64_t k = 0;
+#if ZY_HAVE_NEON
+  const float32x4_t divisor = vdupq_n_f32(d);
+  for (; k + 4 <= n; k += 4) {
+    const float32x4x2_t v = vld2q_f32(F(a + k));
+    vst1q_f32(sum + k, vaddq_f32(vld1q_f32(sum + k), zy::DivF32x4(v.val[0], divisor)));
+  }
+#endif
+  for (; k < n; ++k) sum[k] += a[k].re / d;
+}
+
+// m[k] = g m[k] + f x[k], real and imaginary parts alike (x may be m): two values to a vector
+// where NEON (or SIMDe) is built, each lane the scalar products and sum.
+void Blend(Complex* m, const Complex* x, float g, float f, int64_t n) {
+  int64_t k = 0;
+#if ZY_HAVE_NEON
+  const float32x4_t gv = vdupq_n_f32(g), fv = vdupq_n_f32(f);
+  for (; k + 2 <= n; k += 2) {
+    float* to = F(m + k);
+    vst1q_f32(to, vaddq_f32(vmulq_f32(gv, vld1q_f32(to)), vmulq_f32(fv, vld1q_f32(F(x + k)))));
+  }
+#endif
+  for (; k < n; ++k) m[k] = Complex{g * m[k].re + f * x[k].re, g * m[k].im + f * x[k].im};
+}
+
 bool HasSpectra(const TrackingInp& t) {
   return t.specA && t.specB && t.specC && t.corrSum && t.kf && t.sizeX >= 1 && t.sizeY >= 1;
 }
@@ -122,7 +150,7 @@ void gaussianCorrelation(TrackingInp& t, const Complex* x1, const Complex* x2, f
     }
     mulSpectrums(t.specA, spec2, t.specC, sy, static_cast<uint32_t>(sx), 1);
     Inverse(t.specC, t.specA, n);
-    for (int64_t k = 0; k < N; ++k) t.corrSum[k] += t.specA[k].re / nF;
+    AddRealParts(t.specA, nF, t.corrSum, N);
   }
   if (modelFill) t.modelSpecState = kModelSpecReady;
   const float norm = static_cast<float>(sy * t.numChannels * sx);
@@ -142,20 +170,13 @@ void updateModel(TrackingInp& t, const Complex* x, float f) {
   if (x == nullptr || t.modelFeat == nullptr) return;
   const int64_t cells = static_cast<int64_t>(t.sizeX) * t.sizeY;
   const int64_t n = cells * t.numChannels;
-  float energy = 0.f;
   const float g = 1 - f;
-  for (int64_t k = 0; k < n; ++k) {
-    const float re = g * t.modelFeat[k].re + f * x[k].re;
-    const float im = g * t.modelFeat[k].im + f * x[k].im;
-    t.modelFeat[k] = Complex{re, im};
-    energy += re * re;
-  }
+  Blend(t.modelFeat, x, g, f, n);
+  // The energy of the new model's real parts, in order.
+  float energy = 0.f;
+  for (int64_t k = 0; k < n; ++k) energy += t.modelFeat[k].re * t.modelFeat[k].re;
   t.modelEnergy = energy;
-  if (t.sizeX >= 1 && t.sizeY >= 1 && t.alphaf != nullptr && t.specC != nullptr) {
-    for (int64_t k = 0; k < cells; ++k) {
-      t.alphaf[k] = Complex{g * t.alphaf[k].re + f * t.specC[k].re, g * t.alphaf[k].im + f * t.specC[k].im};
-    }
-  }
+  if (t.sizeX >= 1 && t.sizeY >= 1 && t.alphaf != nullptr && t.specC != nullptr) Blend(t.alphaf, t.specC, g, f, cells);
 }
 
 void train(TrackingInp& t, const Complex* x, bool first, float factor) {

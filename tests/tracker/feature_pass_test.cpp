@@ -6,6 +6,7 @@
 
 #include "support/nv21_frames.h"
 #include "tracker/tracker_ops.h"
+#include "tracker/tracking_inp.h"
 
 namespace {
 
@@ -54,6 +55,39 @@ TEST(FeaturePass, OnePassEqualsTheStepsBitForBit) {
   // k = 10 (not whole vectors of cells) and a missing buffer are left to the steps.
   EXPECT_FALSE(normaliseReduceWindow9(40, buf.data(), buf.data(), buf.data(), hann.data(), out.data(), &energy));
   EXPECT_FALSE(normaliseReduceWindow9(64, buf.data(), buf.data(), buf.data(), hann.data(), out.data(), nullptr));
+}
+
+// The model blend in vector lanes against its definition per element: every value of the model
+// and the filter, and the energy summed in order.
+TEST(FeaturePass, ModelBlendEqualsTheScalarFormBitForBit) {
+  TrackingInp t{2.5f, true, true, true};
+  ASSERT_EQ(createTracker(t), 0u);
+  t.sizeX = t.sizeY = 16;
+  t.numChannels = 9;
+  constexpr int n = 9 * 256;
+  SceneRng rng(5);
+  auto value = [&] { return static_cast<float>(static_cast<int>(rng.Next() % 20001) - 10000) * 1e-3f; };
+  std::vector<Complex> x(n), model(n), filter(256), spec(256);
+  for (Complex& c : x) c = Complex{value(), value()};
+  for (Complex& c : model) c = Complex{value(), value()};
+  for (int q = 0; q < 256; ++q) filter[q] = Complex{value(), value()}, spec[q] = Complex{value(), value()};
+  std::memcpy(t.modelFeat, model.data(), n * sizeof(Complex));
+  std::memcpy(t.alphaf, filter.data(), 256 * sizeof(Complex));
+  std::memcpy(t.specC, spec.data(), 256 * sizeof(Complex));
+  const float f = 0.075f, g = 1 - f;
+  updateModel(t, x.data(), f);
+  float energy = 0.f;
+  for (int q = 0; q < n; ++q) {
+    model[q] = Complex{g * model[q].re + f * x[q].re, g * model[q].im + f * x[q].im};
+    energy += model[q].re * model[q].re;
+  }
+  for (int q = 0; q < 256; ++q) {
+    filter[q] = Complex{g * filter[q].re + f * spec[q].re, g * filter[q].im + f * spec[q].im};
+  }
+  EXPECT_TRUE(SameBits(t.modelFeat, model.data(), n * sizeof(Complex)));
+  EXPECT_TRUE(SameBits(t.alphaf, filter.data(), 256 * sizeof(Complex)));
+  EXPECT_TRUE(SameBits(&t.modelEnergy, &energy, sizeof energy));
+  freeTracker(t);
 }
 
 }  // namespace
