@@ -47,6 +47,17 @@ void mulSpectrums(const Complex* a, const Complex* b, Complex* out, int32_t rows
                   int32_t conjB);
 void mulSpectrumsReference(const Complex* a, const Complex* b, Complex* out, int32_t rows,
                            uint32_t cols, int32_t conjB);
+#include "features/kernel_choice.h"
+#define ZY_HAVE_AVX2_SPECTRA ZY_HAVE_AVX2_ROWS
+#if ZY_HAVE_AVX2_SPECTRA
+// mulSpectrums' product in 256-bit lanes, for CPUs with AVX2 only: the first (n / 4) x 4 values,
+// whose count it returns; the caller finishes the rest.
+int64_t mulSpectrumsAvx2(const Complex* a, const Complex* b, Complex* out, int64_t n, int32_t conjB);
+#endif
+// The fast forms of mulSpectrums built here and usable on this CPU (NEON or its SIMDe
+// translation, and the AVX2 form), for tests to hold each to the reference; returns how many.
+using SpectrumProduct = void (*)(const Complex*, const Complex*, Complex*, int32_t, uint32_t, int32_t);
+int32_t spectrumProductForms(SpectrumProduct forms[2]);
 // The filter from label spectrum yf and kernel spectrum kf; stops at the first element whose
 // denominator is below 1e-6, leaving the rest of out as it was.
 void solveFilter(const Complex* yf, const Complex* kf, Complex* out, int32_t rows, uint32_t cols,

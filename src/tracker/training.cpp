@@ -6,6 +6,7 @@
 #include "common/zy_log.h"
 #include "common/zy_memops.h"
 #include "common/zy_neon.h"
+#include "features/hog_rows.h"
 #include "fft/fft2d.h"
 #include "tracker/tracker_ops.h"
 
@@ -70,35 +71,67 @@ void mulSpectrumsReference(const Complex* a, const Complex* b, Complex* out, int
   }
 }
 
-void mulSpectrums(const Complex* a, const Complex* b, Complex* out, int32_t rows, uint32_t cols,
-                  int32_t conjB) {
+namespace {
+
 #if ZY_HAVE_NEON
+void MulSpectrumsNeon(const Complex* a, const Complex* b, Complex* out, int32_t rows, uint32_t cols,
+                      int32_t conjB) {
   if (rows == 0 || a == nullptr || b == nullptr || out == nullptr) return;
   const int64_t n = static_cast<int64_t>(rows) * cols;
   if (n <= 0) return;
-  // Four complex values per step, as two vectors of (re, im, re, im). The products are the
-  // scalar ones: p = a x b lane by lane (re.re, im.im), q = a x swapped b (re.im, im.re);
-  // separating even and odd lanes then gives each result as one addition or subtraction of
-  // two products, in the scalar order. out may alias a or b: each step loads before it stores.
+  // Four complex values per step, real and imaginary parts in separate vectors (loaded and
+  // stored de-interleaved), so each result is one addition or subtraction of two products, the
+  // scalar ones in the scalar order. out may alias a or b: each step loads before it stores.
   const float* fa = reinterpret_cast<const float*>(a);
   const float* fb = reinterpret_cast<const float*>(b);
   float* fo = reinterpret_cast<float*>(out);
   int64_t k = 0;
   for (; k + 4 <= n; k += 4) {
-    const float32x4_t a0 = vld1q_f32(fa + 2 * k), a1 = vld1q_f32(fa + 2 * k + 4);
-    const float32x4_t b0 = vld1q_f32(fb + 2 * k), b1 = vld1q_f32(fb + 2 * k + 4);
-    const float32x4_t p0 = vmulq_f32(a0, b0), p1 = vmulq_f32(a1, b1);
-    const float32x4_t q0 = vmulq_f32(a0, vrev64q_f32(b0)), q1 = vmulq_f32(a1, vrev64q_f32(b1));
-    const float32x4_t reRe = vuzp1q_f32(p0, p1), imIm = vuzp2q_f32(p0, p1);  // a.re b.re, a.im b.im
-    const float32x4_t reIm = vuzp1q_f32(q0, q1), imRe = vuzp2q_f32(q0, q1);  // a.re b.im, a.im b.re
-    const float32x4_t re = conjB ? vaddq_f32(reRe, imIm) : vsubq_f32(reRe, imIm);
-    const float32x4_t im = conjB ? vsubq_f32(imRe, reIm) : vaddq_f32(reIm, imRe);
-    vst1q_f32(fo + 2 * k, vzip1q_f32(re, im));
-    vst1q_f32(fo + 2 * k + 4, vzip2q_f32(re, im));
+    const float32x4x2_t x = vld2q_f32(fa + 2 * k), y = vld2q_f32(fb + 2 * k);
+    const float32x4_t reRe = vmulq_f32(x.val[0], y.val[0]), imIm = vmulq_f32(x.val[1], y.val[1]);
+    const float32x4_t reIm = vmulq_f32(x.val[0], y.val[1]), imRe = vmulq_f32(x.val[1], y.val[0]);
+    float32x4x2_t r;
+    r.val[0] = conjB ? vaddq_f32(reRe, imIm) : vsubq_f32(reRe, imIm);
+    r.val[1] = conjB ? vsubq_f32(imRe, reIm) : vaddq_f32(reIm, imRe);
+    vst2q_f32(fo + 2 * k, r);
   }
   if (k < n) {
     mulSpectrumsReference(a + k, b + k, out + k, 1, static_cast<uint32_t>(n - k), conjB);
   }
+}
+#endif
+
+#if ZY_HAVE_AVX2_SPECTRA
+void MulSpectrumsX86(const Complex* a, const Complex* b, Complex* out, int32_t rows, uint32_t cols,
+                     int32_t conjB) {
+  if (rows == 0 || a == nullptr || b == nullptr || out == nullptr) return;
+  const int64_t n = static_cast<int64_t>(rows) * cols;
+  if (n <= 0) return;
+  const int64_t k = mulSpectrumsAvx2(a, b, out, n, conjB);
+  if (k < n) mulSpectrumsReference(a + k, b + k, out + k, 1, static_cast<uint32_t>(n - k), conjB);
+}
+#endif
+
+}  // namespace
+
+int32_t spectrumProductForms(SpectrumProduct forms[2]) {
+  int32_t count = 0;
+#if ZY_HAVE_NEON
+  forms[count++] = MulSpectrumsNeon;
+#endif
+#if ZY_HAVE_AVX2_SPECTRA
+  if (CpuHasAvx2()) forms[count++] = MulSpectrumsX86;
+#endif
+  return count;
+}
+
+void mulSpectrums(const Complex* a, const Complex* b, Complex* out, int32_t rows, uint32_t cols,
+                  int32_t conjB) {
+#if ZY_HAVE_AVX2_SPECTRA
+  if (CpuHasAvx2()) return MulSpectrumsX86(a, b, out, rows, cols, conjB);
+#endif
+#if ZY_HAVE_NEON
+  MulSpectrumsNeon(a, b, out, rows, cols, conjB);
 #else
   mulSpectrumsReference(a, b, out, rows, cols, conjB);
 #endif
