@@ -286,7 +286,9 @@ void NormaliseReduceWindow9(int32_t k, float* cellFeat, float* blockNorm, float*
       }
     }
   }
-  for (int64_t q = keepBegin; q < keepEnd; ++q) cellFeat[q] = normFeat[q];
+  int64_t kept = keepBegin;
+  for (; kept + 4 <= keepEnd; kept += 4) vst1q_f32(cellFeat + kept, vld1q_f32(normFeat + kept));
+  for (; kept < keepEnd; ++kept) cellFeat[kept] = normFeat[kept];
   // The energy in the windowing loop's order: channel by channel, cells in order.
   float energy = 0.f;
   for (int32_t c = 0; c < 9; ++c) {
