@@ -1,6 +1,7 @@
 // Detection and update: response peak with sub-cell refinement, the three-scale search, the
 // lost-target fallback, the clamps, retraining and size smoothing.
 #include "common/zy_log.h"
+#include "common/zy_neon.h"
 #include "fft/fft2d.h"
 #include "tracker/tracker_ops.h"
 
@@ -83,7 +84,14 @@ void detect(TrackingInp& t, const Complex* z, const Complex* x, float* peakValue
   float* product = reinterpret_cast<float*>(t.specC);
   Fft2D(kf + 1, kf, product + 1, product, t.fftSize, +1);
   const float n = static_cast<float>(sx * sy);
-  for (int32_t k = 0; k < sx * sy; ++k) t.response[k] = t.specC[k].re / n;
+  int32_t k = 0;
+#if ZY_HAVE_NEON
+  // Four real parts at a time, each the IEEE division of the plain loop.
+  for (; k + 4 <= sx * sy; k += 4) {
+    vst1q_f32(t.response + k, zy::DivF32x4(vld2q_f32(product + 2 * k).val[0], vdupq_n_f32(n)));
+  }
+#endif
+  for (; k < sx * sy; ++k) t.response[k] = t.specC[k].re / n;
 
   locatePeak(t.response, sx, sy, peakValue, res);
 }
