@@ -147,10 +147,17 @@ bool AccumulateCells4(FastCells form, uint32_t F, const CellLayout& L, const flo
   // caller filled) sends the whole map to the reference, which skips such additions.
   if (!form.binsFit(gradBins, rowsUsed, colsUsed, width, F)) return false;
   float ring[3 * kCellRowFloats];
-  std::memset(ring, 0, 3 * static_cast<size_t>(stride) * sizeof(float));
   const size_t rowBytes = static_cast<size_t>(L.sizeX) * F * sizeof(float);
-  // Map row k (-1 .. sizeY) lives in slot (k + 1) % 3; rows -1 and sizeY are spares.
+  // Map row k (-1 .. sizeY) lives in slot (k + 1) % 3; rows -1 and sizeY are spares. Every
+  // float a cell adds into is set first: the spare cells and row -1 to zero, row sizeY by
+  // the map row that used its slot before (or zero when there is none).
   auto slot = [&](int32_t k) { return ring + ((k + 1) % 3) * stride + f; };
+  for (int32_t k = -1; k <= 1; ++k) {
+    std::memset(slot(k) - f, 0, F * sizeof(float));
+    std::memset(slot(k) + L.sizeX * f, 0, F * sizeof(float));
+  }
+  std::memset(slot(-1), 0, rowBytes);
+  if (L.sizeY == 1) std::memset(slot(1), 0, rowBytes);
   std::memcpy(slot(0), cellFeat, rowBytes);
   CellRow4 job;
   job.width = width;

@@ -103,6 +103,8 @@ ZY_AVX2 void Row(const CellRow4& R) {
 
 }  // namespace
 
+ZY_AVX2 inline __m256i Load8(const uint32_t* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
+
 // Four pixels' bins (unsigned, signed interleaved) per 256-bit maximum; the unsigned lanes
 // must stay below 9 and, with 27 features, the signed ones below 18.
 ZY_AVX2 bool CellBinsFit_AVX2(const uint32_t* bins, int32_t rows, int32_t cols, size_t width,
@@ -112,14 +114,21 @@ ZY_AVX2 bool CellBinsFit_AVX2(const uint32_t* bins, int32_t rows, int32_t cols, 
   uint32_t tailU = 0, tailS = 0;
   for (int32_t y = 0; y < rows; ++y) {
     const uint32_t* b = bins + 2 * static_cast<size_t>(y) * width;
+    if (cols < 4) {
+      for (int32_t x = 0; x < cols; ++x) {
+        tailU = b[2 * x] > tailU ? b[2 * x] : tailU;
+        tailS = b[2 * x + 1] > tailS ? b[2 * x + 1] : tailS;
+      }
+      continue;
+    }
+    // Steps of eight and four pixels, then the row's last four (overlapping is harmless).
     int32_t x = 0;
-    for (; x + 4 <= cols; x += 4, b += 8) {
-      maxBins = _mm256_max_epu32(maxBins, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(b)));
+    for (; x + 8 < cols; x += 8) {
+      maxBins = _mm256_max_epu32(maxBins, Load8(b + 2 * x));
+      maxBins = _mm256_max_epu32(maxBins, Load8(b + 2 * x + 8));
     }
-    for (; x < cols; ++x, b += 2) {
-      tailU = b[0] > tailU ? b[0] : tailU;
-      tailS = b[1] > tailS ? b[1] : tailS;
-    }
+    if (x + 4 < cols) maxBins = _mm256_max_epu32(maxBins, Load8(b + 2 * x));
+    maxBins = _mm256_max_epu32(maxBins, Load8(b + 2 * (cols - 4)));
   }
   const __m256i limit = _mm256_setr_epi32(8, static_cast<int>(limitS), 8, static_cast<int>(limitS), 8,
                                           static_cast<int>(limitS), 8, static_cast<int>(limitS));

@@ -86,21 +86,28 @@ void Row(const CellRow4& R) {
 namespace {
 
 template <bool kSigned>
+inline void Take(const uint32_t* b, uint32x4_t& maxU, uint32x4_t& maxS) {
+  const uint32x4x2_t us = vld2q_u32(b);
+  maxU = vmaxq_u32(maxU, us.val[0]);
+  if (kSigned) maxS = vmaxq_u32(maxS, us.val[1]);
+}
+
+template <bool kSigned>
 bool BinsFit(const uint32_t* bins, int32_t rows, int32_t cols, size_t width) {
   uint32x4_t maxU = vdupq_n_u32(0), maxS = vdupq_n_u32(0);
   uint32_t tailU = 0, tailS = 0;
   for (int32_t y = 0; y < rows; ++y) {
     const uint32_t* b = bins + 2 * static_cast<size_t>(y) * width;
-    int32_t x = 0;
-    for (; x + 4 <= cols; x += 4, b += 8) {
-      const uint32x4x2_t us = vld2q_u32(b);
-      maxU = vmaxq_u32(maxU, us.val[0]);
-      if (kSigned) maxS = vmaxq_u32(maxS, us.val[1]);
+    if (cols < 4) {
+      for (int32_t x = 0; x < cols; ++x) {
+        tailU = b[2 * x] > tailU ? b[2 * x] : tailU;
+        tailS = b[2 * x + 1] > tailS ? b[2 * x + 1] : tailS;
+      }
+      continue;
     }
-    for (; x < cols; ++x, b += 2) {
-      tailU = b[0] > tailU ? b[0] : tailU;
-      tailS = b[1] > tailS ? b[1] : tailS;
-    }
+    // Steps of four pixels, then the row's last four (overlapping is harmless).
+    for (int32_t x = 0; x + 4 < cols; x += 4) Take<kSigned>(b + 2 * x, maxU, maxS);
+    Take<kSigned>(b + 2 * (cols - 4), maxU, maxS);
   }
   return vmaxvq_u32(maxU) < 9 && tailU < 9 && (!kSigned || (vmaxvq_u32(maxS) < 18 && tailS < 18));
 }
