@@ -1,5 +1,6 @@
 // Cell histograms: each pixel's magnitude spread over its own cell and the nearest
-// neighbours, in the plain reference form and the forms of the fast drivers.
+// neighbours, in the plain reference form, and the driver of the fast forms (cells of size 4,
+// hog_cells_neon.cpp and hog_cells_avx2.cpp) with the choice between them.
 #include <cstddef>
 #include <cstring>
 
@@ -123,7 +124,6 @@ void ComputeCellWeights(uint32_t cellSize, int32_t nearestCell[4], float cellWei
   }
 }
 
-
 // The fast forms: cells of size 4 a row at a time, through a buffer of three map rows (the
 // row's own and the two it spills into) with a spare cell at each end. Rows are copied in
 // when first reached and out when no later cell adds to them: copies of the same bits, so
@@ -143,8 +143,11 @@ bool AccumulateCells4(FastCells form, uint32_t F, const CellLayout& L, const flo
   const int32_t rowsUsed = L.height - 1 < 4 * L.sizeY ? L.height - 1 : 4 * L.sizeY;
   const int32_t colsUsed = L.width - 1 < 4 * L.sizeX ? L.width - 1 : 4 * L.sizeX;
   const size_t width = static_cast<size_t>(L.width);
-  // The forms index histograms with the bins unchecked; any bin out of range (scratch the
-  // caller filled) sends the whole map to the reference, which skips such additions.
+  // The forms index histograms with the bins unchecked, so every bin they read is checked
+  // here first, all of them at once. On the tracker's path the bins come from the gradient
+  // rows (0..8 and 0..17 by construction) and from the owner's zeroed first row and column,
+  // so this never fails there; any bin out of range (scratch a caller filled) sends the whole
+  // map to the reference, which skips such additions.
   if (!form.binsFit(gradBins, rowsUsed, colsUsed, width, F)) return false;
   float ring[3 * kCellRowFloats];
   const size_t rowBytes = static_cast<size_t>(L.sizeX) * F * sizeof(float);
