@@ -10,6 +10,27 @@
 namespace {
 
 // Adds lanes own, vertical, horizontal, diagonal of `value` to p[0], p[v], p[h], p[v + h].
+#if defined(__aarch64__)
+// On arm64 each lane load and store steps the address on to the next bin itself (post-
+// indexed: p, p + h, p + h + v, p + v and back), so the four addresses cost no additions.
+inline void AddFour(float* p, ptrdiff_t v, ptrdiff_t h, float32x4_t value) {
+  const int64_t hb = 4 * h, vb = 4 * v, nhb = -hb, nvb = -vb;
+  float32x4_t t;
+  asm volatile(
+      "ld1 {%0.s}[0], [%1], %3\n\t"
+      "ld1 {%0.s}[2], [%1], %4\n\t"
+      "ld1 {%0.s}[3], [%1], %5\n\t"
+      "ld1 {%0.s}[1], [%1]\n\t"
+      "fadd %0.4s, %0.4s, %2.4s\n\t"
+      "st1 {%0.s}[1], [%1], %6\n\t"
+      "st1 {%0.s}[0], [%1], %3\n\t"
+      "st1 {%0.s}[2], [%1], %4\n\t"
+      "st1 {%0.s}[3], [%1]"
+      : "=&w"(t), "+r"(p)
+      : "w"(value), "r"(hb), "r"(vb), "r"(nhb), "r"(nvb)
+      : "memory");
+}
+#else
 inline void AddFour(float* p, ptrdiff_t v, ptrdiff_t h, float32x4_t value) {
   float32x4_t t = vld1q_dup_f32(p);
   t = vld1q_lane_f32(p + v, t, 1);
@@ -21,15 +42,17 @@ inline void AddFour(float* p, ptrdiff_t v, ptrdiff_t h, float32x4_t value) {
   vst1q_lane_f32(p + h, t, 2);
   vst1q_lane_f32(p + v + h, t, 3);
 }
+#endif
 
+// Named members, no arrays, passed by value: the weights stay in registers.
 struct Weights {
-  float32x4_t wx[4];  // offset jj: wx0, wx0, wx1, wx1
-  float32x4_t wy[4];  // offset ii: wy0, wy1, wy0, wy1
+  float32x4_t wx0, wx1, wx2, wx3;  // offset jj: wx0, wx0, wx1, wx1
+  float32x4_t wy0, wy1, wy2, wy3;  // offset ii: wy0, wy1, wy0, wy1
 };
 
 // One cell; kFull: all 16 pixels, else `rows` x `cols` of them.
 template <uint32_t F, bool kFull>
-inline __attribute__((always_inline)) void Cell(const Weights& W, size_t width, ptrdiff_t up, ptrdiff_t down, const float* mag,
+inline __attribute__((always_inline)) void Cell(const Weights W, size_t width, ptrdiff_t up, ptrdiff_t down, const float* mag,
                                                 const uint32_t* bins, float* own, int32_t rows,
                                                 int32_t cols) {
   constexpr ptrdiff_t kSide = static_cast<ptrdiff_t>(F);
@@ -45,12 +68,12 @@ inline __attribute__((always_inline)) void Cell(const Weights& W, size_t width, 
       const ptrdiff_t h = jj < 2 ? -kSide : kSide;
       float32x4_t value;
       switch (jj) {
-        case 0: value = vmulq_laneq_f32(W.wx[0], r, 0); break;
-        case 1: value = vmulq_laneq_f32(W.wx[1], r, 1); break;
-        case 2: value = vmulq_laneq_f32(W.wx[2], r, 2); break;
-        default: value = vmulq_laneq_f32(W.wx[3], r, 3); break;
+        case 0: value = vmulq_laneq_f32(W.wx0, r, 0); break;
+        case 1: value = vmulq_laneq_f32(W.wx1, r, 1); break;
+        case 2: value = vmulq_laneq_f32(W.wx2, r, 2); break;
+        default: value = vmulq_laneq_f32(W.wx3, r, 3); break;
       }
-      value = vmulq_f32(value, W.wy[ii]);
+      value = vmulq_f32(value, ii == 0 ? W.wy0 : ii == 1 ? W.wy1 : ii == 2 ? W.wy2 : W.wy3);
       AddFour(own + b[2 * jj], v, h, value);
       if (F == 27) AddFour(own + 9 + b[2 * jj + 1], v, h, value);
     }
@@ -59,14 +82,15 @@ inline __attribute__((always_inline)) void Cell(const Weights& W, size_t width, 
 
 template <uint32_t F>
 void Row(const CellRow4& R) {
-  Weights W;
+  float32x4_t wx[4], wy[4];
   for (int t = 0; t < 4; ++t) {
     const float w0 = R.weights[2 * t], w1 = R.weights[2 * t + 1];
-    const float wx[4] = {w0, w0, w1, w1};
-    const float wy[4] = {w0, w1, w0, w1};
-    W.wx[t] = vld1q_f32(wx);
-    W.wy[t] = vld1q_f32(wy);
+    const float x[4] = {w0, w0, w1, w1};
+    const float y[4] = {w0, w1, w0, w1};
+    wx[t] = vld1q_f32(x);
+    wy[t] = vld1q_f32(y);
   }
+  const Weights W{wx[0], wx[1], wx[2], wx[3], wy[0], wy[1], wy[2], wy[3]};
   const float* mag = R.mag;
   const uint32_t* bins = R.bins;
   float* own = R.own;
