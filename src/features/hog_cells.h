@@ -49,10 +49,12 @@ constexpr int32_t kCellRowFloats = 768;
 #if ZY_HAVE_NEON
 // True when every unsigned bin of the rows x cols pixels (and with 27 features every signed
 // bin) lies in range.
-bool CellBinsFit_NEON(const uint32_t* bins, int32_t rows, int32_t cols, size_t width, uint32_t featuresPerCell);
+bool CellBinsFit_NEON(const uint32_t* bins, int32_t rows, int32_t cols, size_t width,
+                      uint32_t featuresPerCell);
 void CellRow4_NEON(uint32_t featuresPerCell, const CellRow4& row);
 #endif
 #if ZY_HAVE_AVX2_ROWS
-bool CellBinsFit_AVX2(const uint32_t* bins, int32_t rows, int32_t cols, size_t width, uint32_t featuresPerCell);
+bool CellBinsFit_AVX2(const uint32_t* bins, int32_t rows, int32_t cols, size_t width,
+                      uint32_t featuresPerCell);
 void CellRow4_AVX2(uint32_t featuresPerCell, const CellRow4& row);
 #endif

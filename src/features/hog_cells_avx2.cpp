@@ -38,27 +38,30 @@ ZY_AVX2 inline void AddFour(float* p, float* q, ptrdiff_t h, __m128 value) {
 }
 
 struct Weights {
-  __m256 wx[2];  // offsets jj = 0, 1 and 2, 3: wx0, wx0, wx1, wx1 per half
-  __m256 wy[4];  // offset ii: wy0, wy1, wy0, wy1 in both halves
+  __m256 wx[2];       // offsets jj = 0, 1 and 2, 3: wx0, wx0, wx1, wx1 per half
+  __m256 wy[4];       // offset ii: wy0, wy1, wy0, wy1 in both halves
   __m256i spread[2];  // magnitudes 0, 1 and 2, 3 of a row, each over its half
 };
 
 template <uint32_t F>
-ZY_AVX2 inline void AddPixel(float* own, float* vert, const uint32_t* b, ptrdiff_t h, __m128 value) {
+ZY_AVX2 inline void AddPixel(float* own, float* vert, const uint32_t* b, ptrdiff_t h,
+                             __m128 value) {
   AddFour(own + b[0], vert + b[0], h, value);
   if (F == 27) AddFour(own + 9 + b[1], vert + 9 + b[1], h, value);
 }
 
 // One cell; kFull: all 16 pixels, else `rows` x `cols` of them.
 template <uint32_t F, bool kFull>
-ZY_AVX2 inline __attribute__((always_inline)) void Cell(const Weights& W, size_t width, ptrdiff_t up, ptrdiff_t down,
+ZY_AVX2 inline __attribute__((always_inline)) void Cell(const Weights& W, size_t width,
+                                                        ptrdiff_t up, ptrdiff_t down,
                                                         const float* mag, const uint32_t* bins,
                                                         float* own, int32_t rows, int32_t cols) {
   constexpr ptrdiff_t kSide = static_cast<ptrdiff_t>(F);
 #pragma GCC unroll 4
   for (int32_t ii = 0; ii < 4; ++ii) {
     if (!kFull && ii >= rows) break;
-    const __m256 r = _mm256_broadcast_ps(reinterpret_cast<const __m128*>(mag + static_cast<size_t>(ii) * width));
+    const __m256 r =
+        _mm256_broadcast_ps(reinterpret_cast<const __m128*>(mag + static_cast<size_t>(ii) * width));
     const uint32_t* b = bins + 2 * static_cast<size_t>(ii) * width;
     float* vert = own + (ii < 2 ? up : down);
 #pragma GCC unroll 2
@@ -66,8 +69,8 @@ ZY_AVX2 inline __attribute__((always_inline)) void Cell(const Weights& W, size_t
       const int32_t jj = 2 * pair;
       if (!kFull && jj >= cols) break;
       const ptrdiff_t h = pair == 0 ? -kSide : kSide;
-      const __m256 values =
-          _mm256_mul_ps(_mm256_mul_ps(_mm256_permutevar8x32_ps(r, W.spread[pair]), W.wx[pair]), W.wy[ii]);
+      const __m256 values = _mm256_mul_ps(
+          _mm256_mul_ps(_mm256_permutevar8x32_ps(r, W.spread[pair]), W.wx[pair]), W.wy[ii]);
       AddPixel<F>(own, vert, b + 2 * jj, h, _mm256_castps256_ps128(values));
       if (!kFull && jj + 1 >= cols) break;
       AddPixel<F>(own, vert, b + 2 * jj + 2, h, _mm256_extractf128_ps(values, 1));
@@ -79,8 +82,9 @@ template <uint32_t F>
 ZY_AVX2 void Row(const CellRow4& R) {
   Weights W;
   const float* w = R.weights;
-  for (int t = 0; t < 4; ++t) W.wy[t] = _mm256_setr_ps(w[2 * t], w[2 * t + 1], w[2 * t], w[2 * t + 1],
-                                                        w[2 * t], w[2 * t + 1], w[2 * t], w[2 * t + 1]);
+  for (int t = 0; t < 4; ++t)
+    W.wy[t] = _mm256_setr_ps(w[2 * t], w[2 * t + 1], w[2 * t], w[2 * t + 1], w[2 * t], w[2 * t + 1],
+                             w[2 * t], w[2 * t + 1]);
   for (int p = 0; p < 2; ++p) {
     const float* a = w + 4 * p;
     W.wx[p] = _mm256_setr_ps(a[0], a[0], a[1], a[1], a[2], a[2], a[3], a[3]);
@@ -103,7 +107,9 @@ ZY_AVX2 void Row(const CellRow4& R) {
 
 }  // namespace
 
-ZY_AVX2 inline __m256i Load8(const uint32_t* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
+ZY_AVX2 inline __m256i Load8(const uint32_t* p) {
+  return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
+}
 
 // Four pixels' bins (unsigned, signed interleaved) per 256-bit maximum; the unsigned lanes
 // must stay below 9 and, with 27 features, the signed ones below 18.
@@ -130,8 +136,8 @@ ZY_AVX2 bool CellBinsFit_AVX2(const uint32_t* bins, int32_t rows, int32_t cols, 
     if (x + 4 < cols) maxBins = _mm256_max_epu32(maxBins, Load8(b + 2 * x));
     maxBins = _mm256_max_epu32(maxBins, Load8(b + 2 * (cols - 4)));
   }
-  const __m256i limit = _mm256_setr_epi32(8, static_cast<int>(limitS), 8, static_cast<int>(limitS), 8,
-                                          static_cast<int>(limitS), 8, static_cast<int>(limitS));
+  const __m256i limit = _mm256_setr_epi32(8, static_cast<int>(limitS), 8, static_cast<int>(limitS),
+                                          8, static_cast<int>(limitS), 8, static_cast<int>(limitS));
   const __m256i within = _mm256_cmpeq_epi32(_mm256_max_epu32(maxBins, limit), limit);
   return _mm256_movemask_epi8(within) == -1 && tailU <= 8 && tailS <= limitS;
 }

@@ -12,7 +12,9 @@ namespace {
 // Adds lanes own, vertical, horizontal, diagonal of `value` to p[0], p[v], p[h], p[v + h].
 #if defined(__aarch64__)
 // On arm64 each lane load and store steps the address on to the next bin itself (post-
-// indexed: p, p + h, p + h + v, p + v and back), so the four addresses cost no additions.
+// indexed: p, p + h, p + h + v, p + v and back), so the four addresses cost nothing beyond
+// p. Volatile with a memory clobber: its results are the stores, which the compiler must
+// neither drop nor move across other accesses to the histograms.
 inline void AddFour(float* p, ptrdiff_t v, ptrdiff_t h, float32x4_t value) {
   const int64_t hb = 4 * h, vb = 4 * v, nhb = -hb, nvb = -vb;
   float32x4_t t;
@@ -52,7 +54,8 @@ struct Weights {
 
 // One cell; kFull: all 16 pixels, else `rows` x `cols` of them.
 template <uint32_t F, bool kFull>
-inline __attribute__((always_inline)) void Cell(const Weights W, size_t width, ptrdiff_t up, ptrdiff_t down, const float* mag,
+inline __attribute__((always_inline)) void Cell(const Weights W, size_t width, ptrdiff_t up,
+                                                ptrdiff_t down, const float* mag,
                                                 const uint32_t* bins, float* own, int32_t rows,
                                                 int32_t cols) {
   constexpr ptrdiff_t kSide = static_cast<ptrdiff_t>(F);
@@ -68,10 +71,18 @@ inline __attribute__((always_inline)) void Cell(const Weights W, size_t width, p
       const ptrdiff_t h = jj < 2 ? -kSide : kSide;
       float32x4_t value;
       switch (jj) {
-        case 0: value = vmulq_laneq_f32(W.wx0, r, 0); break;
-        case 1: value = vmulq_laneq_f32(W.wx1, r, 1); break;
-        case 2: value = vmulq_laneq_f32(W.wx2, r, 2); break;
-        default: value = vmulq_laneq_f32(W.wx3, r, 3); break;
+        case 0:
+          value = vmulq_laneq_f32(W.wx0, r, 0);
+          break;
+        case 1:
+          value = vmulq_laneq_f32(W.wx1, r, 1);
+          break;
+        case 2:
+          value = vmulq_laneq_f32(W.wx2, r, 2);
+          break;
+        default:
+          value = vmulq_laneq_f32(W.wx3, r, 3);
+          break;
       }
       value = vmulq_f32(value, ii == 0 ? W.wy0 : ii == 1 ? W.wy1 : ii == 2 ? W.wy2 : W.wy3);
       AddFour(own + b[2 * jj], v, h, value);

@@ -20,8 +20,12 @@ struct Patch {
   std::vector<float> mag, feat;
   std::vector<uint32_t> bins;
   Patch(int32_t width, int32_t height, uint32_t features, SceneRng& rng)
-      : w(width), h(height), F(features), mag(static_cast<size_t>(w * h)),
-        feat(static_cast<size_t>((w / 4) * (h / 4)) * F), bins(2 * mag.size()) {
+      : w(width),
+        h(height),
+        F(features),
+        mag(static_cast<size_t>(w * h)),
+        feat(static_cast<size_t>((w / 4) * (h / 4)) * F),
+        bins(2 * mag.size()) {
     for (float& m : mag) m = std::ldexp(rng.UniformF(0.f, 1.f), rng.Uniform(-8, 16));
     for (size_t d = 0; d < mag.size(); ++d) {
       bins[2 * d] = rng.Next() % 9;
@@ -37,7 +41,8 @@ struct Patch {
 };
 
 bool SameBits(const std::vector<float>& x, const std::vector<float>& y) {
-  return x.size() == y.size() && (x.empty() || std::memcmp(x.data(), y.data(), x.size() * sizeof(float)) == 0);
+  return x.size() == y.size() &&
+         (x.empty() || std::memcmp(x.data(), y.data(), x.size() * sizeof(float)) == 0);
 }
 
 // The fast forms this build and CPU run.
@@ -59,14 +64,15 @@ void ExpectFormsMatch(const Patch& p, CellRun run) {
     const bool available = std::find(built.begin(), built.end(), form) != built.end();
     EXPECT_EQ(p.Run(form, got), available ? run : CellRun::kUnavailable);
     if (available) {
-      EXPECT_TRUE(SameBits(ref, got)) << p.w << "x" << p.h << " F " << p.F << " form " << static_cast<int>(form);
+      EXPECT_TRUE(SameBits(ref, got))
+          << p.w << "x" << p.h << " F " << p.F << " form " << static_cast<int>(form);
     }
   }
 }
 
 TEST(CellForms, EqualReferenceBitForBit) {
   SceneRng rng(11);
-  const int32_t sizes[][2] = {{1, 1}, {3, 5},   {4, 4},   {5, 4},   {4, 9},   {7, 6},  {8, 8},
+  const int32_t sizes[][2] = {{1, 1},   {3, 5},   {4, 4},   {5, 4},   {4, 9},   {7, 6},  {8, 8},
                               {11, 13}, {12, 16}, {17, 10}, {20, 21}, {33, 29}, {72, 72}};
   for (uint32_t F : {9u, 27u}) {
     for (const auto& s : sizes) ExpectFormsMatch(Patch(s[0], s[1], F, rng), CellRun::kForm);
@@ -82,12 +88,12 @@ TEST(CellForms, BinsOutOfRangeGoToTheReference) {
     uint32_t bin;
     CellRun run;
   } cases[] = {
-      {9, 16, 5, 6, 0, 9, CellRun::kReference},          // read by the cells
-      {27, 16, 0, 0, 1, 18, CellRun::kReference},        // the owner's row 0 / column 0
+      {9, 16, 5, 6, 0, 9, CellRun::kReference},             // read by the cells
+      {27, 16, 0, 0, 1, 18, CellRun::kReference},           // the owner's row 0 / column 0
       {9, 12, 7, 10, 0, 0xffffffffu, CellRun::kReference},  // past the last four-pixel step
-      {9, 16, 5, 6, 1, 0xffffffffu, CellRun::kForm},     // a signed bin light cells never read
-      {27, 16, 15, 3, 0, 1000, CellRun::kForm},          // the frame's last row
-      {27, 12, 3, 11, 1, 1000, CellRun::kForm},          // the frame's last column
+      {9, 16, 5, 6, 1, 0xffffffffu, CellRun::kForm},        // a signed bin light cells never read
+      {27, 16, 15, 3, 0, 1000, CellRun::kForm},             // the frame's last row
+      {27, 12, 3, 11, 1, 1000, CellRun::kForm},             // the frame's last column
   };
   SceneRng rng(5);
   for (const Case& c : cases) {
