@@ -1,6 +1,8 @@
 // Cell histograms: each pixel's magnitude spread over its own cell and the nearest
-// neighbours, in the plain reference form and the forms of the fast drivers.
+// neighbours, in the plain reference form, and the driver of the fast forms (cells of size 4,
+// hog_cells_neon.cpp and hog_cells_avx2.cpp) with the choice between them.
 #include <cstddef>
+#include <cstring>
 
 #include "features/hog_cells.h"
 #include "features/hog_rows.h"
@@ -68,125 +70,6 @@ void AccumulateCellT(const CellLayout& L, int32_t i, int32_t j, const float* gra
   }
 }
 
-// A cell of size 4, what AccumulateCellT<F, 4> does: a pixel's four additions go to four
-// different cells, so they may be made in any order; each bin still receives its additions in
-// the reference's pixel order, which is what keeps the sums identical. The own-cell side of
-// each pixel offset is known (0 and 1 feed the cell before, 2 and 3 the cell after), bins are
-// checked once per pixel, and the tests the reference makes per pixel are settled per cell:
-// - kInterior: all four neighbours lie in the map and all 16 pixels inside the accumulated
-//   area (the caller checks); nothing is tested;
-// - otherwise the neighbours' presence is found once per cell and only existing ones are
-//   written; kWhole says all 16 pixels count (fixed loop counts that unroll), else `rows` and
-//   `cols` leave out the frame's last pixel row and column.
-template <uint32_t F, bool kInterior, bool kWhole>
-inline __attribute__((always_inline)) void AccumulateCell4T(const CellLayout& L, int32_t i, int32_t j,
-                                                            const float* gradMag, const uint32_t* gradBins,
-                                                            float* cellFeat, int32_t rows, int32_t cols) {
-  if (kInterior || kWhole) rows = cols = 4;
-  const ptrdiff_t rowStride = static_cast<ptrdiff_t>(L.sizeX) * F;
-  float* own = cellFeat + At(i, L.sizeX, j) * F;
-  const bool up = kInterior || i >= 1, down = kInterior || i + 1 < L.sizeY;
-  const bool left = kInterior || j >= 1, right = kInterior || j + 1 < L.sizeX;
-  const float wx[8] = {L.cellWeights[0], L.cellWeights[1], L.cellWeights[2], L.cellWeights[3],
-                       L.cellWeights[4], L.cellWeights[5], L.cellWeights[6], L.cellWeights[7]};
-#pragma GCC unroll 4
-  for (int32_t ii = 0; ii < rows; ++ii) {
-    const float wy0 = wx[2 * ii];
-    const float wy1 = wx[2 * ii + 1];
-    const bool vIn = ii < 2 ? up : down;
-    const ptrdiff_t v = ii < 2 ? -rowStride : rowStride;
-    const size_t d0 = At(4 * i + ii, L.width, 4 * j);
-#pragma GCC unroll 4
-    for (int32_t jj = 0; jj < cols; ++jj) {
-      const bool hIn = jj < 2 ? left : right;
-      const ptrdiff_t h = jj < 2 ? -static_cast<ptrdiff_t>(F) : static_cast<ptrdiff_t>(F);
-      const size_t d = d0 + static_cast<size_t>(jj);
-      const float r = gradMag[d];
-      const uint32_t u = gradBins[2 * d];
-      const uint32_t sg = gradBins[2 * d + 1];
-      const float a = r * wx[2 * jj];
-      const float b = r * wx[2 * jj + 1];
-      const float vOwn = a * wy0;
-      const float vVert = a * wy1;
-      const float vSide = wy0 * b;
-      const float vDiag = b * wy1;
-      if (u < 9 && (F == 9 || sg < 18)) {
-        // One address per bin; the neighbours are fixed offsets from it.
-        float* p = own + u;
-        p[0] += vOwn;
-        if (vIn) p[v] += vVert;
-        if (hIn) p[h] += vSide;
-        if (vIn && hIn) p[v + h] += vDiag;
-        if (F == 27) {
-          float* q = own + 9 + sg;
-          q[0] += vOwn;
-          if (vIn) q[v] += vVert;
-          if (hIn) q[h] += vSide;
-          if (vIn && hIn) q[v + h] += vDiag;
-        }
-      } else {
-        AddToBins<F>(own, u, sg, vOwn);
-        if (vIn) AddToBins<F>(own + v, u, sg, vVert);
-        if (hIn) AddToBins<F>(own + h, u, sg, vSide);
-        if (vIn && hIn) AddToBins<F>(own + v + h, u, sg, vDiag);
-      }
-    }
-  }
-}
-
-// An edge cell (some neighbour outside the map, or pixels on the frame's last row or column).
-template <uint32_t F>
-void AccumulateEdgeCell4(const CellLayout& L, int32_t i, int32_t j, const float* gradMag,
-                         const uint32_t* gradBins, float* cellFeat) {
-  const int32_t rows = L.height - 1 - 4 * i < 4 ? L.height - 1 - 4 * i : 4;
-  const int32_t cols = L.width - 1 - 4 * j < 4 ? L.width - 1 - 4 * j : 4;
-  if (rows == 4 && cols == 4) {
-    AccumulateCell4T<F, false, true>(L, i, j, gradMag, gradBins, cellFeat, rows, cols);
-  } else {
-    AccumulateCell4T<F, false, false>(L, i, j, gradMag, gradBins, cellFeat, rows, cols);
-  }
-}
-
-// Cells j = 1 .. lastJ of interior cell row i. Its own function, so that the per-pixel work
-// keeps its pointers in registers; on x86-64 CPUs with AVX2 a second copy compiled for them
-// (three-operand scalar instructions: the same operations, fewer register copies).
-template <uint32_t F>
-inline __attribute__((always_inline)) void AccumulateInteriorRowT(const CellLayout& L, int32_t i,
-                                                                  int32_t lastJ, const float* gradMag,
-                                                                  const uint32_t* gradBins,
-                                                                  float* cellFeat) {
-  for (int32_t j = 1; j <= lastJ; ++j) {
-    AccumulateCell4T<F, true, true>(L, i, j, gradMag, gradBins, cellFeat, 4, 4);
-  }
-}
-
-using InteriorRow = void (*)(const CellLayout&, int32_t, int32_t, const float*, const uint32_t*, float*);
-
-template <uint32_t F>
-__attribute__((noinline)) void AccumulateInteriorRow(const CellLayout& L, int32_t i, int32_t lastJ,
-                                                     const float* gradMag, const uint32_t* gradBins,
-                                                     float* cellFeat) {
-  AccumulateInteriorRowT<F>(L, i, lastJ, gradMag, gradBins, cellFeat);
-}
-
-#if ZY_HAVE_AVX2_ROWS
-template <uint32_t F>
-__attribute__((noinline, target("avx2"))) void AccumulateInteriorRowAvx2(const CellLayout& L, int32_t i,
-                                                                         int32_t lastJ, const float* gradMag,
-                                                                         const uint32_t* gradBins,
-                                                                         float* cellFeat) {
-  AccumulateInteriorRowT<F>(L, i, lastJ, gradMag, gradBins, cellFeat);
-}
-#endif
-
-template <uint32_t F>
-InteriorRow ChooseInteriorRow() {
-#if ZY_HAVE_AVX2_ROWS
-  if (CpuHasAvx2()) return AccumulateInteriorRowAvx2<F>;
-#endif
-  return AccumulateInteriorRow<F>;
-}
-
 void AccumulateCell(const CellLayout& L, int32_t i, int32_t j, const float* gradMag,
                     const uint32_t* gradBins, float* cellFeat) {
   if (L.cellSize == 4) {
@@ -241,10 +124,69 @@ void ComputeCellWeights(uint32_t cellSize, int32_t nearestCell[4], float cellWei
   }
 }
 
+// The fast forms: cells of size 4 a row at a time, through a buffer of three map rows (the
+// row's own and the two it spills into) with a spare cell at each end. Rows are copied in
+// when first reached and out when no later cell adds to them: copies of the same bits, so
+// every bin still starts from what cellFeat held and takes its additions in pixel order.
+struct FastCells {
+  bool (*binsFit)(const uint32_t*, int32_t, int32_t, size_t, uint32_t);
+  void (*row)(uint32_t, const CellRow4&);
+};
+
+bool AccumulateCells4(FastCells form, uint32_t F, const CellLayout& L, const float* gradMag,
+                      const uint32_t* gradBins, float* cellFeat) {
+  if (L.sizeX <= 0 || L.sizeY <= 0) return true;
+  const int32_t f = static_cast<int32_t>(F);
+  const int32_t stride = (L.sizeX + 2) * f;
+  if (stride > kCellRowFloats) return false;
+  // The pixels the cells take: all rows and columns of the map but the frame's last.
+  const int32_t rowsUsed = L.height - 1 < 4 * L.sizeY ? L.height - 1 : 4 * L.sizeY;
+  const int32_t colsUsed = L.width - 1 < 4 * L.sizeX ? L.width - 1 : 4 * L.sizeX;
+  const size_t width = static_cast<size_t>(L.width);
+  // The forms index histograms with the bins unchecked, so every bin they read is checked
+  // here first, all of them at once. On the tracker's path the bins come from the gradient
+  // rows (0..8 and 0..17 by construction) and from the owner's zeroed first row and column,
+  // so this never fails there; any bin out of range (scratch a caller filled) sends the whole
+  // map to the reference, which skips such additions.
+  if (!form.binsFit(gradBins, rowsUsed, colsUsed, width, F)) return false;
+  float ring[3 * kCellRowFloats];
+  const size_t rowBytes = static_cast<size_t>(L.sizeX) * F * sizeof(float);
+  // Map row k (-1 .. sizeY) lives in slot (k + 1) % 3; rows -1 and sizeY are spares. Every
+  // float a cell adds into is set first: the spare cells and row -1 to zero, row sizeY by
+  // the map row that used its slot before (or zero when there is none).
+  auto slot = [&](int32_t k) { return ring + ((k + 1) % 3) * stride + f; };
+  for (int32_t k = -1; k <= 1; ++k) {
+    std::memset(slot(k) - f, 0, F * sizeof(float));
+    std::memset(slot(k) + L.sizeX * f, 0, F * sizeof(float));
+  }
+  std::memset(slot(-1), 0, rowBytes);
+  if (L.sizeY == 1) std::memset(slot(1), 0, rowBytes);
+  std::memcpy(slot(0), cellFeat, rowBytes);
+  CellRow4 job;
+  job.width = width;
+  job.cells = L.sizeX;
+  job.lastCols = colsUsed - 4 * (L.sizeX - 1);
+  job.weights = L.cellWeights;
+  for (int32_t i = 0; i < L.sizeY; ++i) {
+    if (i + 1 < L.sizeY) std::memcpy(slot(i + 1), cellFeat + At(i + 1, L.sizeX, 0) * F, rowBytes);
+    job.mag = gradMag + At(4 * i, L.width, 0);
+    job.bins = gradBins + 2 * At(4 * i, L.width, 0);
+    job.rows = rowsUsed - 4 * i < 4 ? rowsUsed - 4 * i : 4;
+    job.own = slot(i);
+    job.up = slot(i - 1) - job.own;
+    job.down = slot(i + 1) - job.own;
+    form.row(F, job);
+    if (i >= 1) std::memcpy(cellFeat + At(i - 1, L.sizeX, 0) * F, slot(i - 1), rowBytes);
+  }
+  std::memcpy(cellFeat + At(L.sizeY - 1, L.sizeX, 0) * F, slot(L.sizeY - 1), rowBytes);
+  return true;
+}
 
 }  // namespace
-void AccumulateCells(KernelChoice choice, uint32_t featuresPerCell, uint32_t cellSize, int32_t width,
-                     int32_t height, const float* gradMag, const uint32_t* gradBins, float* cellFeat) {
+
+CellRun AccumulateCellsWith(CellForm form, uint32_t featuresPerCell, uint32_t cellSize, int32_t width,
+                            int32_t height, const float* gradMag, const uint32_t* gradBins,
+                            float* cellFeat) {
   CellLayout L;
   ComputeCellWeights(cellSize, L.nearestCell, L.cellWeights);
   L.width = width;
@@ -252,31 +194,35 @@ void AccumulateCells(KernelChoice choice, uint32_t featuresPerCell, uint32_t cel
   L.cellSize = static_cast<int32_t>(cellSize);
   L.sizeX = width > 0 ? width / L.cellSize : 0;
   L.sizeY = height > 0 ? height / L.cellSize : 0;
-  // The fast drivers take cells of size 4 away from the map's edge, whose neighbours and
-  // pixels need no checks, in a form of their own, and the edge cells in one that settles its
-  // checks per cell (the same additions in the same order).
-  const bool interiorCells = UseFastKernels(choice) && cellSize == 4;
-  const InteriorRow interiorRow = featuresPerCell == 27 ? ChooseInteriorRow<27>() : ChooseInteriorRow<9>();
-  // The last interior cell of a row: neighbours on both sides, pixels left of the last column.
-  int32_t lastJ = L.sizeX - 2;
-  while (lastJ >= 1 && 4 * lastJ + 4 >= width) --lastJ;
+  FastCells fast{nullptr, nullptr};
+#if ZY_HAVE_NEON
+  if (form == CellForm::kNeon) fast = {CellBinsFit_NEON, CellRow4_NEON};
+#endif
+#if ZY_HAVE_AVX2_ROWS
+  if (form == CellForm::kAvx2 && CpuHasAvx2()) fast = {CellBinsFit_AVX2, CellRow4_AVX2};
+#endif
+  if (form != CellForm::kReference && fast.row == nullptr) return CellRun::kUnavailable;
+  if (fast.row != nullptr && cellSize == 4 &&
+      AccumulateCells4(fast, featuresPerCell, L, gradMag, gradBins, cellFeat)) {
+    return CellRun::kForm;
+  }
   for (int32_t i = 0; i < L.sizeY; ++i) {
-    const bool rowInterior = interiorCells && i >= 1 && i + 1 < L.sizeY && 4 * i + 4 < height && lastJ >= 1;
     for (int32_t j = 0; j < L.sizeX; ++j) {
-      if (rowInterior && j == 1) {
-        interiorRow(L, i, lastJ, gradMag, gradBins, cellFeat);
-        j = lastJ;
-      } else if (interiorCells) {
-        if (featuresPerCell == 27) {
-          AccumulateEdgeCell4<27>(L, i, j, gradMag, gradBins, cellFeat);
-        } else {
-          AccumulateEdgeCell4<9>(L, i, j, gradMag, gradBins, cellFeat);
-        }
-      } else if (featuresPerCell == 27) {
+      if (featuresPerCell == 27) {
         AccumulateCell(L, i, j, gradMag, gradBins, cellFeat);
       } else {
         AccumulateCellLight(L, i, j, gradMag, gradBins, cellFeat);
       }
     }
   }
+  return CellRun::kReference;
+}
+
+void AccumulateCells(KernelChoice choice, uint32_t featuresPerCell, uint32_t cellSize, int32_t width,
+                     int32_t height, const float* gradMag, const uint32_t* gradBins, float* cellFeat) {
+  CellForm form = UseFastKernels(choice) ? CellForm::kNeon : CellForm::kReference;
+#if ZY_HAVE_AVX2_ROWS
+  if (form == CellForm::kNeon && CpuHasAvx2()) form = CellForm::kAvx2;
+#endif
+  AccumulateCellsWith(form, featuresPerCell, cellSize, width, height, gradMag, gradBins, cellFeat);
 }
