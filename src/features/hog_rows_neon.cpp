@@ -203,17 +203,18 @@ void MagnitudeBinsRow3_NEON(const int16_t* dx3, const int16_t* dy3, int32_t n,
 namespace {
 
 // The sector cosines and sines as 32-byte tables for lookups by sector: sectors 0..7 for the
-// lower of the two candidates, 1..8 for the higher. Loaded once per patch.
+// lower of the two candidates, 1..8 for the higher. Loaded once per patch, straight into
+// register pairs.
 struct SectorTables {
   uint8x16x2_t cosLo, sinLo, cosHi, sinHi;
 };
 
-uint8x16x2_t FloatTable(const float* p) {
-  return {{vreinterpretq_u8_f32(vld1q_f32(p)), vreinterpretq_u8_f32(vld1q_f32(p + 4))}};
+inline uint8x16x2_t LoadTable(const float* p) {
+  return vld1q_u8_x2(reinterpret_cast<const uint8_t*>(p));
 }
 
 // Entry e of a table, for each lane: `bytes` holds 4e .. 4e + 3.
-inline float32x4_t Entries(const uint8x16x2_t& table, uint8x16_t bytes) {
+inline float32x4_t Entries(uint8x16x2_t table, uint8x16_t bytes) {
   return vreinterpretq_f32_u8(vqtbl2q_u8(table, bytes));
 }
 
@@ -222,7 +223,7 @@ inline float32x4_t Entries(const uint8x16x2_t& table, uint8x16_t bytes) {
 // k + 9; the largest lies at one of the two sectors either side of the gradient's direction,
 // every other one falling short by far more than rounding. So: hi when |dot_hi| > |dot_lo|,
 // else lo, with the reference's own products and sum. A zero gradient has lo = 0 and +0 dots.
-inline void Bins4(const SectorTables& t, float32x4_t fx, float32x4_t fy, uint32x4_t lo,
+inline __attribute__((always_inline)) void Bins4(const SectorTables& t, float32x4_t fx, float32x4_t fy, uint32x4_t lo,
                   uint32x4_t hi, uint32_t* bins) {
   const uint8x16_t bytesLo = vreinterpretq_u8_u32(vmlaq_n_u32(vdupq_n_u32(0x03020100u), lo, 0x04040404u));
   // Entry hi - 1 of the table starting at sector 1 (the constant is 0x03020100 - 0x04040404).
@@ -299,8 +300,8 @@ inline __attribute__((always_inline)) void Block8(const SectorTables& t, const P
 template <bool kStore>
 void FusedRows(const PlaneRows& first, int32_t n, int32_t rows, ptrdiff_t step, int16_t* gx3,
                int16_t* gy3, float* mag, uint32_t* bins) {
-  const SectorTables t{FloatTable(kSectorCos), FloatTable(kSectorSin), FloatTable(kSectorCos + 1),
-                       FloatTable(kSectorSin + 1)};
+  const SectorTables t{LoadTable(kSectorCos), LoadTable(kSectorSin), LoadTable(kSectorCos + 1),
+                       LoadTable(kSectorSin + 1)};
   PlaneRows r = first;
   for (int32_t y = 0; y < rows; ++y) {
     for (int32_t i = 0;; i += 8) {
