@@ -50,6 +50,8 @@ uint32_t ComputeCellHistogramsWith(KernelChoice choice, uint32_t featuresPerCell
              gradMag + d, gradBins + 2 * d);
     }
   } else
+#else
+  (void)storeGradients;  // the reference rows always go through the scratch
 #endif
   if (ownGradients) {
     if (channels == 3) {
