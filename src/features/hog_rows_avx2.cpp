@@ -58,7 +58,7 @@ struct SectorTables {
 // Eight pixels from column i of one row.
 template <bool kStore>
 ZY_AVX2 inline __attribute__((always_inline)) void Block8(const SectorTables& t, const PlaneRows& r,
-                                                          int32_t i, int16_t* gx3, int16_t* gy3,
+                                                          ptrdiff_t i, int16_t* gx3, int16_t* gy3,
                                                           float* mag, uint32_t* bins) {
   __m128i dx[3], dy[3];
 #pragma GCC unroll 3
@@ -131,12 +131,13 @@ ZY_AVX2 void FusedRows(const PlaneRows& first, int32_t n, int32_t rows, ptrdiff_
   const SectorTables t{_mm256_loadu_ps(kSectorCos), _mm256_loadu_ps(kSectorSin),
                        _mm256_loadu_ps(kSectorCos + 1), _mm256_loadu_ps(kSectorSin + 1)};
   PlaneRows r = first;
+  const ptrdiff_t last = n - 8;  // 64-bit offsets: addresses without sign extensions
   for (int32_t y = 0; y < rows; ++y) {
-    for (int32_t i = 0;; i += 8) {
+    for (ptrdiff_t i = 0;; i += 8) {
       // The last block is moved back to end at the row; shared pixels get the same values again.
-      if (i > n - 8) i = n - 8;
+      if (i > last) i = last;
       Block8<kStore>(t, r, i, gx3, gy3, mag, bins);
-      if (i + 8 >= n) break;
+      if (i >= last) break;
     }
     for (int ch = 0; ch < 3; ++ch) {
       r.row[ch] += step;

@@ -241,7 +241,7 @@ inline __attribute__((always_inline)) void Bins4(const SectorTables& t, float32x
 // Eight pixels from column i of one row.
 template <bool kStore>
 inline __attribute__((always_inline)) void Block8(const SectorTables& t, const PlaneRows& r,
-                                                  int32_t i, int16_t* gx3, int16_t* gy3,
+                                                  ptrdiff_t i, int16_t* gx3, int16_t* gy3,
                                                   float* mag, uint32_t* bins) {
   // Widening byte differences modulo 2^16 read back as signed: exactly -255..255.
   int16x8x3_t dx, dy;
@@ -303,13 +303,14 @@ void FusedRows(const PlaneRows& first, int32_t n, int32_t rows, ptrdiff_t step, 
   const SectorTables t{LoadTable(kSectorCos), LoadTable(kSectorSin), LoadTable(kSectorCos + 1),
                        LoadTable(kSectorSin + 1)};
   PlaneRows r = first;
+  const ptrdiff_t last = n - 8;  // 64-bit offsets: addresses without sign extensions
   for (int32_t y = 0; y < rows; ++y) {
-    for (int32_t i = 0;; i += 8) {
+    for (ptrdiff_t i = 0;; i += 8) {
       // A last block that would run past the row is moved back to end at it; the pixels it
       // shares with the block before get the same values again.
-      if (i > n - 8) i = n - 8;
+      if (i > last) i = last;
       Block8<kStore>(t, r, i, gx3, gy3, mag, bins);
-      if (i + 8 >= n) break;
+      if (i >= last) break;
     }
     for (int ch = 0; ch < 3; ++ch) {
       r.row[ch] += step;
