@@ -14,7 +14,7 @@ constexpr uint32_t kFail = 9;
 uint32_t ComputeCellHistogramsWith(KernelChoice choice, uint32_t featuresPerCell,
                                    const FeatureImage* image, uint32_t cellSize, float* cellFeat,
                                    int16_t* gradBufA, int16_t* gradBufB, float* gradMag,
-                                   uint32_t* gradBins) {
+                                   uint32_t* gradBins, bool storeGradients) {
   if (image == nullptr || (featuresPerCell != 27 && featuresPerCell != 9)) return kFail;
   const int32_t channels = image->channels;
   if (featuresPerCell == 27 && channels != 1 && channels != 3) return kFail;
@@ -32,23 +32,26 @@ uint32_t ComputeCellHistogramsWith(KernelChoice choice, uint32_t featuresPerCell
   }
 
   const bool ownGradients = gradBufA != nullptr && gradBufB != nullptr && image->data != nullptr;
-  // The fast three-channel rows do both passes row by row in one kernel: the same scratch,
-  // magnitudes and bins.
-  const bool fused = ZY_HAVE_NEON && ownGradients && channels == 3 && UseFastKernels(choice);
+  // The fast three-channel kernel does both passes over the whole patch in one call: the same
+  // magnitudes and bins, and the same scratch when it is to be kept.
+  const bool fused = ZY_HAVE_NEON && ownGradients && channels == 3 && UseFastKernels(choice) &&
+                     gradMag != nullptr && gradBins != nullptr;
 #if ZY_HAVE_NEON
   if (fused) {
+    if (width >= 3 && height >= 3) {
 #if ZY_HAVE_AVX2_ROWS
-    const auto fusedRow = CpuHasAvx2() ? GradientMagnitudeBinsRow3_AVX2 : GradientMagnitudeBinsRow3_NEON;
+      const auto kernel = CpuHasAvx2() ? GradientMagnitudeBins3_AVX2 : GradientMagnitudeBins3_NEON;
 #else
-    const auto fusedRow = GradientMagnitudeBinsRow3_NEON;
+      const auto kernel = GradientMagnitudeBins3_NEON;
 #endif
-    for (int32_t y = 1; y < height - 1; ++y) {
-      const size_t d = static_cast<size_t>(y) * static_cast<size_t>(width) + 1;
-      const PlaneRows r = PlaneRowsAt(image->data, width, height, y);
-      fusedRow(r.row, r.above, r.below, width - 2, gradBufA + 3 * d, gradBufB + 3 * d, kSectorCos,
-               kSectorSin, gradMag + d, gradBins + 2 * d);
+      const size_t d = static_cast<size_t>(width) + 1;  // pixel (1, 1)
+      kernel(PlaneRowsAt(image->data, width, height, 1), width - 2, height - 2, width,
+             storeGradients ? gradBufA + 3 * d : nullptr, storeGradients ? gradBufB + 3 * d : nullptr,
+             gradMag + d, gradBins + 2 * d);
     }
   } else
+#else
+  (void)storeGradients;  // the reference rows always go through the scratch
 #endif
   if (ownGradients) {
     if (channels == 3) {
@@ -74,12 +77,12 @@ uint32_t ComputeCellHistograms(const FeatureImage* image, uint32_t cellSize, flo
                                int16_t* gradBufA, int16_t* gradBufB, float* gradMag,
                                uint32_t* gradBins) {
   return ComputeCellHistogramsWith(kDefaultKernels, 27, image, cellSize, cellFeat, gradBufA,
-                                   gradBufB, gradMag, gradBins);
+                                   gradBufB, gradMag, gradBins, false);
 }
 
 uint32_t ComputeCellHistogramsLight(const FeatureImage* image, uint32_t cellSize, float* cellFeat,
                                     int16_t* gradBufA, int16_t* gradBufB, float* gradMag,
                                     uint32_t* gradBins) {
   return ComputeCellHistogramsWith(kDefaultKernels, 9, image, cellSize, cellFeat, gradBufA,
-                                   gradBufB, gradMag, gradBins);
+                                   gradBufB, gradMag, gradBins, false);
 }

@@ -26,7 +26,8 @@ struct FeatureImage {
 // Returns 9 with nothing touched when image is null, channels is not 1 or 3, cellSize is 0
 // or above 4, or there are cells but cellFeat, gradMag or gradBins is null; otherwise 0. With null
 // data or a null gradient buffer the gradients are not computed and the rest runs on the scratch
-// contents (magnitudes too need both gradient buffers).
+// contents (magnitudes too need both gradient buffers). With data, the gradients need not reach
+// the gradient buffers (the fast kernels keep them in registers): those are read only without data.
 uint32_t ComputeCellHistograms(const FeatureImage* image, uint32_t cellSize, float* cellFeat,
                                int16_t* gradBufA, int16_t* gradBufB, float* gradMag,
                                uint32_t* gradBins);

@@ -99,6 +99,25 @@ void MagnitudeBinsRow3_C(const int16_t* dx3, const int16_t* dy3, int32_t n, cons
   }
 }
 
+void GradientMagnitudeBins3_C(const PlaneRows& first, int32_t n, int32_t rows, ptrdiff_t step,
+                              int16_t* gx3, int16_t* gy3, float* mag, uint32_t* bins) {
+  const bool store = gx3 != nullptr && gy3 != nullptr;
+  int16_t x3[3 * 8], y3[3 * 8];
+  for (int32_t y = 0; y < rows; ++y) {
+    for (int32_t i = 0; i < n; i += 8) {
+      const int32_t m = n - i < 8 ? n - i : 8;
+      const ptrdiff_t p = y * step + i;
+      const uint8_t* const row[3] = {first.row[0] + p, first.row[1] + p, first.row[2] + p};
+      const uint8_t* const above[3] = {first.above[0] + p, first.above[1] + p, first.above[2] + p};
+      const uint8_t* const below[3] = {first.below[0] + p, first.below[1] + p, first.below[2] + p};
+      int16_t* gx = store ? gx3 + 3 * p : x3;
+      int16_t* gy = store ? gy3 + 3 * p : y3;
+      GradientRow3_C(row, above, below, m, gx, gy);
+      MagnitudeBinsRow3_C(gx, gy, m, kSectorCos, kSectorSin, mag + p, bins + 2 * p);
+    }
+  }
+}
+
 void ComputeGradients1(const uint8_t* data, int32_t width, int32_t height, int16_t* gradBufA,
                        int16_t* gradBufB, KernelChoice choice) {
   if (data == nullptr || gradBufA == nullptr || gradBufB == nullptr || height < 3 || width < 3) {

@@ -2,6 +2,7 @@
 // Internal to the library; tests call them directly.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "features/hog_features.h"
@@ -52,11 +53,13 @@ struct PlaneRows {
 };
 PlaneRows PlaneRowsAt(const uint8_t* data, int32_t width, int32_t height, int32_t y);
 
-// The drivers with a chosen kernel set; featuresPerCell is 27 (full) or 9 (light).
+// The drivers with a chosen kernel set; featuresPerCell is 27 (full) or 9 (light). With
+// storeGradients false the fast three-channel kernel leaves the gradient buffers unwritten (the
+// public drivers' way: nothing reads them after a call that had image data).
 uint32_t ComputeCellHistogramsWith(KernelChoice choice, uint32_t featuresPerCell,
                                    const FeatureImage* image, uint32_t cellSize, float* cellFeat,
                                    int16_t* gradBufA, int16_t* gradBufB, float* gradMag,
-                                   uint32_t* gradBins);
+                                   uint32_t* gradBins, bool storeGradients = true);
 
 // Row kernels. Gradients of n pixels of one row: `row` points at the first pixel, whose left
 // and right neighbours are row[-1] and row[1]; `above` / `below` at the pixels straight up
@@ -65,6 +68,11 @@ void GradientRow1_C(const uint8_t* row, const uint8_t* above, const uint8_t* bel
                     int16_t* gx, int16_t* gy);
 void GradientRow3_C(const uint8_t* const row[3], const uint8_t* const above[3],
                     const uint8_t* const below[3], int32_t n, int16_t* gx3, int16_t* gy3);
+// GradientRow3_C and then MagnitudeBinsRow3_C of `rows` rows of n pixels: the reference of
+// the fused kernels below (same arguments). Without gx3 / gy3 the differences pass through a
+// local buffer eight pixels at a time.
+void GradientMagnitudeBins3_C(const PlaneRows& first, int32_t n, int32_t rows, ptrdiff_t step,
+                              int16_t* gx3, int16_t* gy3, float* mag, uint32_t* bins);
 // Magnitudes and bins of n pixels: dx, dy one per pixel (1) or three interleaved (3).
 void MagnitudeBinsRow1_C(const int16_t* dx, const int16_t* dy, int32_t n, const float* sectorCos,
                          const float* sectorSin, float* mag, uint32_t* bins);
@@ -82,17 +90,27 @@ void MagnitudeBinsRow1_NEON(const int16_t* dx, const int16_t* dy, int32_t n, con
 void MagnitudeBinsRow3_NEON(const int16_t* dx3, const int16_t* dy3, int32_t n,
                             const float* sectorCos, const float* sectorSin, float* mag,
                             uint32_t* bins);
-// GradientRow3 and then MagnitudeBinsRow3 of the same pixels in one pass, eight pixels at a
-// time, the differences going from registers to the sector search (the interleaved gradients
-// are still written). Rows of eight pixels or more end with a block that overlaps the one
-// before; shorter rows take the scalar rows.
+// GradientRow3 and then MagnitudeBinsRow3 of `rows` rows of n pixels in one pass: row r reads
+// first.row/above/below[ch] + r * step and writes mag + r * step, bins + 2 * r * step and, when
+// gx3 and gy3 are non-null, the interleaved differences at gx3 / gy3 + 3 * r * step (null: the
+// differences go from registers to the search and are not stored). The sector tables are the
+// fixed kSectorCos / kSectorSin, built in. Squares in integers, the chosen channel's sum of
+// squares converted once for the square root, and a sector search that evaluates only the two
+// sectors around the gradient's direction with the reference's float projections. Eight
+// pixels per step; rows of eight or more end with a block that overlaps the one before, shorter
+// rows take the scalar rows.
+void GradientMagnitudeBins3_NEON(const PlaneRows& first, int32_t n, int32_t rows, ptrdiff_t step,
+                                 int16_t* gx3, int16_t* gy3, float* mag, uint32_t* bins);
+// One row of it, differences stored; the tables must be kSectorCos / kSectorSin.
 void GradientMagnitudeBinsRow3_NEON(const uint8_t* const row[3], const uint8_t* const above[3],
                                     const uint8_t* const below[3], int32_t n, int16_t* gx3,
                                     int16_t* gy3, const float* sectorCos, const float* sectorSin,
                                     float* mag, uint32_t* bins);
 #endif
 #if ZY_HAVE_AVX2_ROWS
-// The same fused row in 256-bit lanes; call only when CpuHasAvx2().
+// The same fused kernel in 256-bit lanes; call only when CpuHasAvx2().
+void GradientMagnitudeBins3_AVX2(const PlaneRows& first, int32_t n, int32_t rows, ptrdiff_t step,
+                                 int16_t* gx3, int16_t* gy3, float* mag, uint32_t* bins);
 void GradientMagnitudeBinsRow3_AVX2(const uint8_t* const row[3], const uint8_t* const above[3],
                                     const uint8_t* const below[3], int32_t n, int16_t* gx3,
                                     int16_t* gy3, const float* sectorCos, const float* sectorSin,

@@ -1,4 +1,4 @@
-// NEON rows of the gradient features. Each must equal its scalar row in hog_features.cpp bit
+// NEON rows of the gradient features. Each must equal its scalar row in hog_gradients.cpp bit
 // for bit: integer differences are exact, and the float work uses separate multiplies and
 // adds (never a fused multiply-add) and a correctly rounded square root, as the scalar rows do.
 #include <cmath>
@@ -84,27 +84,6 @@ inline float32x4_t Projection(const SectorVectors& sv, float32x4_t fx, float32x4
 }
 #endif
 
-// Lane selects whose masks come from comparisons (every lane all ones or all zeros). SSE4.1
-// blends give the same lanes as the three-instruction bitwise select SIMDe writes for vbslq.
-#if !defined(__aarch64__) && defined(SIMDE_X86_SSE4_1_NATIVE)
-inline float32x4_t SelectF32(uint32x4_t mask, float32x4_t a, float32x4_t b) {
-  return simde_float32x4_from_m128(_mm_blendv_ps(simde_float32x4_to_m128(b), simde_float32x4_to_m128(a),
-                                                 _mm_castsi128_ps(simde_uint32x4_to_m128i(mask))));
-}
-#else
-inline float32x4_t SelectF32(uint32x4_t mask, float32x4_t a, float32x4_t b) { return vbslq_f32(mask, a, b); }
-#endif
-
-// max(a, b) per lane for values that are never NaN (differences of integers and their
-// squares): one instruction on x86-64, where SIMDe's vmaxq_f32 adds NEON's NaN rule.
-inline float32x4_t MaxF32(float32x4_t a, float32x4_t b) {
-#if !defined(__aarch64__) && defined(SIMDE_X86_SSE_NATIVE)
-  return simde_float32x4_from_m128(_mm_max_ps(simde_float32x4_to_m128(a), simde_float32x4_to_m128(b)));
-#else
-  return vmaxq_f32(a, b);
-#endif
-}
-
 // The sector search of four pixels. best starts at |dot_0|; sector k >= 1 is taken when
 // |dot_k| > best, and best = max(best, |dot_k|). That is the scalar rule: "dot_k > best" and
 // "-dot_k > best" are the two signs of "|dot_k| > best", and starting from dot_0 the scalar
@@ -128,10 +107,10 @@ inline __attribute__((always_inline)) void SectorStep(const SectorVectors& sv, f
 #else
   const float32x4_t size = vabsq_f32(dot);
   const uint32x4_t take = vcgtq_f32(size, st.best);
-  st.best = MaxF32(st.best, size);
+  st.best = vmaxq_f32(st.best, size);
 #endif
-  st.bestDot = SelectF32(take, dot, st.bestDot);
-  st.sectorBits = SelectF32(take, vreinterpretq_f32_u32(vdupq_n_u32(K)), st.sectorBits);
+  st.bestDot = vbslq_f32(take, dot, st.bestDot);
+  st.sectorBits = vbslq_f32(take, vreinterpretq_f32_u32(vdupq_n_u32(K)), st.sectorBits);
 }
 
 template <int... K>
@@ -153,24 +132,6 @@ inline __attribute__((always_inline)) void SearchSectors4(const SectorVectors& s
   const uint32x4_t signedBin = vaddq_u32(sector, vaddq_u32(vshlq_n_u32(negative, 3), negative));
   vst1q_u32(bins, vzip1q_u32(sector, signedBin));
   vst1q_u32(bins + 4, vzip2q_u32(sector, signedBin));
-}
-
-// Magnitude and bins of four pixels from the float differences of their three channels, all
-// below 2^8 in size: the float squares and their sum are exact integers below 2^24, so the
-// same values, comparisons and square roots as the scalar row's integer form.
-inline void MagnitudeBins4Bytes(const SectorVectors& sv, const float32x4_t fx[3], const float32x4_t fy[3],
-                                float* mag, uint32_t* bins) {
-  float32x4_t q[3];
-#pragma GCC unroll 3
-  for (int ch = 0; ch < 3; ++ch) q[ch] = vaddq_f32(vmulq_f32(fx[ch], fx[ch]), vmulq_f32(fy[ch], fy[ch]));
-  // Channel 1 only when strictly above 0, channel 2 only when strictly above both.
-  const float32x4_t q01 = MaxF32(q[0], q[1]);
-  const uint32x4_t pick1 = vcgtq_f32(q[1], q[0]);
-  const uint32x4_t pick2 = vcgtq_f32(q[2], q01);
-  const float32x4_t sx = SelectF32(pick2, fx[2], SelectF32(pick1, fx[1], fx[0]));
-  const float32x4_t sy = SelectF32(pick2, fy[2], SelectF32(pick1, fy[1], fy[0]));
-  vst1q_f32(mag, zy::SqrtF32x4(MaxF32(q01, q[2])));
-  SearchSectors4(sv, sx, sy, bins);
 }
 
 // The three interleaved channels of four pixels, widened to 32 bits. arm64 has the
@@ -240,76 +201,150 @@ void MagnitudeBinsRow3_NEON(const int16_t* dx3, const int16_t* dy3, int32_t n,
 }
 
 namespace {
-// Differences of eight bytes widened to 16 bits (modulo 2^16, read back as signed: exactly
-// -255..255). SIMDe widens a 64-bit vector in two halves; on x86-64 one zero-extending
-// instruction per load does it.
-inline int16x8_t ByteDifferences8(const uint8_t* a, const uint8_t* b) {
-#if !defined(__aarch64__) && defined(SIMDE_X86_SSE4_1_NATIVE)
-  const __m128i wa = _mm_cvtepu8_epi16(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(a)));
-  const __m128i wb = _mm_cvtepu8_epi16(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(b)));
-  return simde_int16x8_from_m128i(_mm_sub_epi16(wa, wb));
-#else
-  return vreinterpretq_s16_u16(vsubl_u8(vld1_u8(a), vld1_u8(b)));
-#endif
+
+// The sector cosines and sines as 32-byte tables for lookups by sector: sectors 0..7 for the
+// lower of the two candidates, 1..8 for the higher. Loaded once per patch, straight into
+// register pairs.
+struct SectorTables {
+  uint8x16x2_t cosLo, sinLo, cosHi, sinHi;
+};
+
+inline uint8x16x2_t LoadTable(const float* p) {
+  return vld1q_u8_x2(reinterpret_cast<const uint8_t*>(p));
 }
 
-// The low and high four lanes of v as floats: each lane paired with itself and shifted back
-// arithmetically is its sign extension (cheaper than SIMDe's 64-bit halves on x86-64).
-// arm64 sign-extends a half in one instruction.
-inline float32x4_t LowToFloat(int16x8_t v) {
-#if defined(__aarch64__)
-  return vcvtq_f32_s32(vmovl_s16(vget_low_s16(v)));
-#else
-  return vcvtq_f32_s32(vshrq_n_s32(vreinterpretq_s32_s16(vzip1q_s16(v, v)), 16));
-#endif
+// Entry e of a table, for each lane: `bytes` holds 4e .. 4e + 3.
+inline float32x4_t Entries(uint8x16x2_t table, uint8x16_t bytes) {
+  return vreinterpretq_f32_u8(vqtbl2q_u8(table, bytes));
 }
-inline float32x4_t HighToFloat(int16x8_t v) {
-#if defined(__aarch64__)
-  return vcvtq_f32_s32(vmovl_high_s16(v));
-#else
-  return vcvtq_f32_s32(vshrq_n_s32(vreinterpretq_s32_s16(vzip2q_s16(v, v)), 16));
-#endif
+
+// Bins of four pixels from their float differences and the two candidate sectors lo < hi. The
+// reference takes the first sector with the largest |dot_k|, the sign of dot_k choosing k or
+// k + 9; the largest lies at one of the two sectors either side of the gradient's direction,
+// every other one falling short by far more than rounding. So: hi when |dot_hi| > |dot_lo|,
+// else lo, with the reference's own products and sum. A zero gradient has lo = 0 and +0 dots.
+inline __attribute__((always_inline)) void Bins4(const SectorTables& t, float32x4_t fx, float32x4_t fy, uint32x4_t lo,
+                  uint32x4_t hi, uint32_t* bins) {
+  const uint8x16_t bytesLo = vreinterpretq_u8_u32(vmlaq_n_u32(vdupq_n_u32(0x03020100u), lo, 0x04040404u));
+  // Entry hi - 1 of the table starting at sector 1 (the constant is 0x03020100 - 0x04040404).
+  const uint8x16_t bytesHi = vreinterpretq_u8_u32(vmlaq_n_u32(vdupq_n_u32(0xfefdfcfcu), hi, 0x04040404u));
+  const float32x4_t dotLo =
+      vaddq_f32(vmulq_f32(Entries(t.cosLo, bytesLo), fx), vmulq_f32(Entries(t.sinLo, bytesLo), fy));
+  const float32x4_t dotHi =
+      vaddq_f32(vmulq_f32(Entries(t.cosHi, bytesHi), fx), vmulq_f32(Entries(t.sinHi, bytesHi), fy));
+  const uint32x4_t takeHi = vcagtq_f32(dotHi, dotLo);
+  const uint32x4_t sector = vbslq_u32(takeHi, hi, lo);
+  const uint32x4_t negative = vshrq_n_u32(vreinterpretq_u32_f32(vbslq_f32(takeHi, dotHi, dotLo)), 31);
+  vst2q_u32(bins, (uint32x4x2_t{{sector, vmlaq_n_u32(sector, negative, 9)}}));
 }
+
+// Eight pixels from column i of one row.
+template <bool kStore>
+inline __attribute__((always_inline)) void Block8(const SectorTables& t, const PlaneRows& r,
+                                                  ptrdiff_t i, int16_t* gx3, int16_t* gy3,
+                                                  float* mag, uint32_t* bins) {
+  // Widening byte differences modulo 2^16 read back as signed: exactly -255..255.
+  int16x8x3_t dx, dy;
+#pragma GCC unroll 3
+  for (int ch = 0; ch < 3; ++ch) {
+    dx.val[ch] = vreinterpretq_s16_u16(vsubl_u8(vld1_u8(r.row[ch] + i + 1), vld1_u8(r.row[ch] + i - 1)));
+    dy.val[ch] = vreinterpretq_s16_u16(vsubl_u8(vld1_u8(r.below[ch] + i), vld1_u8(r.above[ch] + i)));
+  }
+  if (kStore) {
+    vst3q_s16(gx3 + 3 * i, dx);  // channels interleaved per pixel
+    vst3q_s16(gy3 + 3 * i, dy);
+  }
+  // dx^2 + dy^2 per channel in 32-bit integers (at most 2 * 255^2), pixels 0..3 and 4..7.
+  int32x4_t qL[3], qH[3];
+#pragma GCC unroll 3
+  for (int ch = 0; ch < 3; ++ch) {
+    const int16x4_t xl = vget_low_s16(dx.val[ch]), yl = vget_low_s16(dy.val[ch]);
+    qL[ch] = vmlal_s16(vmull_s16(xl, xl), yl, yl);
+    qH[ch] = vmlal_high_s16(vmull_high_s16(dx.val[ch], dx.val[ch]), dy.val[ch], dy.val[ch]);
+  }
+  // Channel 1 only when strictly above 0, channel 2 only when strictly above both. The largest
+  // sum is below 2^24, so its conversion to float is exact: the reference's square root.
+  const int32x4_t q01L = vmaxq_s32(qL[0], qL[1]), q01H = vmaxq_s32(qH[0], qH[1]);
+  vst1q_f32(mag + i, zy::SqrtF32x4(vcvtq_f32_s32(vmaxq_s32(q01L, qL[2]))));
+  vst1q_f32(mag + i + 4, zy::SqrtF32x4(vcvtq_f32_s32(vmaxq_s32(q01H, qH[2]))));
+  const uint16x8_t pick1 = vuzp1q_u16(vreinterpretq_u16_u32(vcgtq_s32(qL[1], qL[0])),
+                                      vreinterpretq_u16_u32(vcgtq_s32(qH[1], qH[0])));
+  const uint16x8_t pick2 = vuzp1q_u16(vreinterpretq_u16_u32(vcgtq_s32(qL[2], q01L)),
+                                      vreinterpretq_u16_u32(vcgtq_s32(qH[2], q01H)));
+  const int16x8_t sx = vbslq_s16(pick2, dx.val[2], vbslq_s16(pick1, dx.val[1], dx.val[0]));
+  const int16x8_t sy = vbslq_s16(pick2, dy.val[2], vbslq_s16(pick1, dy.val[1], dy.val[0]));
+
+  // Where the direction lies: j = how many of the angles 20, 40, 60, 80 degrees atan(|dy| / |dx|)
+  // exceeds, by 16 |dy| > k |dx| with k / 16 within a degree of their tangents (the exact edges
+  // do not matter: they sit on sector centres, where both neighbouring candidate pairs hold the
+  // winner). Same signs: sectors j and j + 1; opposite signs: the mirror 180 - angle, sectors
+  // 8 - j and 9 - j, where sector 9 is sector 0 (lo = 0, hi = 8 for j = 0).
+  const int16x8_t ax = vabsq_s16(sx);
+  const int16x8_t ay16 = vshlq_n_s16(vabsq_s16(sy), 4);
+  const int16x8_t minusJ = vaddq_s16(
+      vaddq_s16(vreinterpretq_s16_u16(vcgtq_s16(ay16, vmulq_n_s16(ax, 6))),
+                vreinterpretq_s16_u16(vcgtq_s16(ay16, vmulq_n_s16(ax, 13)))),
+      vaddq_s16(vreinterpretq_s16_u16(vcgtq_s16(ay16, vmulq_n_s16(ax, 28))),
+                vreinterpretq_s16_u16(vcgtq_s16(ay16, vmulq_n_s16(ax, 91)))));
+  const uint16x8_t opposite = vcltzq_s16(veorq_s16(sx, sy));
+  const uint16x8_t m = vreinterpretq_u16_s16(
+      vbslq_s16(opposite, vaddq_s16(minusJ, vdupq_n_s16(8)), vnegq_s16(minusJ)));
+  const uint16x8_t lo = vandq_u16(m, vdupq_n_u16(7));
+  const uint16x8_t hi = vaddq_u16(vminq_u16(m, vdupq_n_u16(7)), vdupq_n_u16(1));
+  Bins4(t, vcvtq_f32_s32(vmovl_s16(vget_low_s16(sx))), vcvtq_f32_s32(vmovl_s16(vget_low_s16(sy))),
+        vmovl_u16(vget_low_u16(lo)), vmovl_u16(vget_low_u16(hi)), bins + 2 * i);
+  Bins4(t, vcvtq_f32_s32(vmovl_high_s16(sx)), vcvtq_f32_s32(vmovl_high_s16(sy)),
+        vmovl_high_u16(lo), vmovl_high_u16(hi), bins + 2 * i + 8);
+}
+
+template <bool kStore>
+void FusedRows(const PlaneRows& first, int32_t n, int32_t rows, ptrdiff_t step, int16_t* gx3,
+               int16_t* gy3, float* mag, uint32_t* bins) {
+  const SectorTables t{LoadTable(kSectorCos), LoadTable(kSectorSin), LoadTable(kSectorCos + 1),
+                       LoadTable(kSectorSin + 1)};
+  PlaneRows r = first;
+  const ptrdiff_t last = n - 8;  // 64-bit offsets: addresses without sign extensions
+  for (int32_t y = 0; y < rows; ++y) {
+    for (ptrdiff_t i = 0;; i += 8) {
+      // A last block that would run past the row is moved back to end at it; the pixels it
+      // shares with the block before get the same values again.
+      if (i > last) i = last;
+      Block8<kStore>(t, r, i, gx3, gy3, mag, bins);
+      if (i >= last) break;
+    }
+    for (int ch = 0; ch < 3; ++ch) {
+      r.row[ch] += step;
+      r.above[ch] += step;
+      r.below[ch] += step;
+    }
+    if (kStore) {
+      gx3 += 3 * step;
+      gy3 += 3 * step;
+    }
+    mag += step;
+    bins += 2 * step;
+  }
+}
+
 }  // namespace
+
+void GradientMagnitudeBins3_NEON(const PlaneRows& first, int32_t n, int32_t rows, ptrdiff_t step,
+                                 int16_t* gx3, int16_t* gy3, float* mag, uint32_t* bins) {
+  if (n < 8) {
+    GradientMagnitudeBins3_C(first, n, rows, step, gx3, gy3, mag, bins);
+  } else if (gx3 != nullptr && gy3 != nullptr) {
+    FusedRows<true>(first, n, rows, step, gx3, gy3, mag, bins);
+  } else {
+    FusedRows<false>(first, n, rows, step, nullptr, nullptr, mag, bins);
+  }
+}
 
 void GradientMagnitudeBinsRow3_NEON(const uint8_t* const row[3], const uint8_t* const above[3],
                                     const uint8_t* const below[3], int32_t n, int16_t* gx3,
-                                    int16_t* gy3, const float* sectorCos, const float* sectorSin,
-                                    float* mag, uint32_t* bins) {
-  if (n < 8) {
-    GradientRow3_C(row, above, below, n, gx3, gy3);
-    MagnitudeBinsRow3_C(gx3, gy3, n, sectorCos, sectorSin, mag, bins);
-    return;
-  }
-  const SectorVectors sv = LoadSectors(sectorCos, sectorSin);
-  for (int32_t i = 0;; i += 8) {
-    // A last block that would run past the row is moved back to end at it; the pixels it
-    // shares with the block before get the same values again.
-    if (i > n - 8) i = n - 8;
-    int16x8x3_t dx;
-    int16x8x3_t dy;
-#pragma GCC unroll 3
-    for (int ch = 0; ch < 3; ++ch) {
-      dx.val[ch] = ByteDifferences8(row[ch] + i + 1, row[ch] + i - 1);
-      dy.val[ch] = ByteDifferences8(below[ch] + i, above[ch] + i);
-    }
-    vst3q_s16(gx3 + 3 * i, dx);  // channels interleaved per pixel
-    vst3q_s16(gy3 + 3 * i, dy);
-    float32x4_t fx[3], fy[3];
-#pragma GCC unroll 3
-    for (int ch = 0; ch < 3; ++ch) {
-      fx[ch] = LowToFloat(dx.val[ch]);
-      fy[ch] = LowToFloat(dy.val[ch]);
-    }
-    MagnitudeBins4Bytes(sv, fx, fy, mag + i, bins + 2 * i);
-#pragma GCC unroll 3
-    for (int ch = 0; ch < 3; ++ch) {
-      fx[ch] = HighToFloat(dx.val[ch]);
-      fy[ch] = HighToFloat(dy.val[ch]);
-    }
-    MagnitudeBins4Bytes(sv, fx, fy, mag + i + 4, bins + 2 * (i + 4));
-    if (i + 8 >= n) break;
-  }
+                                    int16_t* gy3, const float*, const float*, float* mag,
+                                    uint32_t* bins) {
+  const PlaneRows r{{row[0], row[1], row[2]}, {above[0], above[1], above[2]}, {below[0], below[1], below[2]}};
+  GradientMagnitudeBins3_NEON(r, n, 1, 0, gx3, gy3, mag, bins);
 }
 
 #endif  // ZY_HAVE_NEON
