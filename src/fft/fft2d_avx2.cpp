@@ -43,6 +43,7 @@ ZY_FFT_KERNEL Oct Rotate(Oct a, float c, float sn) {
 struct AvxLanes {
   using V = Oct;
   static constexpr int kWidth = 8;
+  static constexpr int kRowBlock = 2;
 
   // Rows j and j + 4 of elements k, k + 1 in the two halves of one vector, then a 4 x 4
   // transpose within each half: lane j (and 4 + j) of the results is row j (and 4 + j).

@@ -64,37 +64,70 @@ ZY_FFT_KERNEL void Dft4(V& x0, V& x1, V& x2, V& x3) {
   x3 = Sub(a1, a3);
 }
 
-// 16-point DFT of x into out, as 4 x 4 (index n = 4*n1 + n2, output k = k1 + 4*k2): 4-point
-// DFTs over n1 for each n2, the twiddles W16^(n2*k1), then 4-point DFTs over n2 for each k1.
-// The twiddles with exponent 2, 4 and 6 are the 1/8-turn forms and S*i; 1, 3 and 9 are full
-// products with cos/sin(pi/8).
+// The 16-point DFT as 4 x 4 (index n = 4*n1 + n2, output k = k1 + 4*k2): 4-point DFTs over n1
+// for each n2, the twiddles W16^(n2*k1), then 4-point DFTs over n2 for each k1. The twiddles
+// with exponent 2, 4 and 6 are the 1/8-turn forms and S*i; 1, 3 and 9 are full products with
+// cos/sin(pi/8).
+//
+// First half, for one n2: afterwards x[n2 + 4*k1] holds the twiddled n1-transform k1 of the
+// samples n2, n2+4, n2+8, n2+12.
 template <int S, class V>
-ZY_FFT_KERNEL void Dft16(V* x, V* out) {
-  // After these, x[n2 + 4*k1] holds the n1-transform k1 of the samples n2, n2+4, n2+8, n2+12.
-  Dft4<S>(x[0], x[4], x[8], x[12]);
-  Dft4<S>(x[1], x[5], x[9], x[13]);
-  Dft4<S>(x[2], x[6], x[10], x[14]);
-  Dft4<S>(x[3], x[7], x[11], x[15]);
+ZY_FFT_KERNEL void Dft16First(V* x, int n2) {
+  Dft4<S>(x[n2], x[n2 + 4], x[n2 + 8], x[n2 + 12]);
+  if (n2 == 1) {
+    x[5] = Rotate<S>(x[5], kCosPi8, kSinPi8);    // W^1
+    x[9] = Rot45<S>(x[9]);                       // W^2
+    x[13] = Rotate<S>(x[13], kSinPi8, kCosPi8);  // W^3
+  } else if (n2 == 2) {
+    x[6] = Rot45<S>(x[6]);      // W^2
+    x[10] = MulI<S>(x[10]);     // W^4
+    x[14] = Rot135<S>(x[14]);   // W^6
+  } else if (n2 == 3) {
+    x[7] = Rotate<S>(x[7], kSinPi8, kCosPi8);      // W^3
+    x[11] = Rot135<S>(x[11]);                      // W^6
+    x[15] = Rotate<S>(x[15], -kCosPi8, -kSinPi8);  // W^9 = -W^1
+  }
+}
 
-  x[5] = Rotate<S>(x[5], kCosPi8, kSinPi8);      // W^1
-  x[9] = Rot45<S>(x[9]);                         // W^2
-  x[13] = Rotate<S>(x[13], kSinPi8, kCosPi8);    // W^3
-  x[6] = Rot45<S>(x[6]);                         // W^2
-  x[10] = MulI<S>(x[10]);                        // W^4
-  x[14] = Rot135<S>(x[14]);                      // W^6
-  x[7] = Rotate<S>(x[7], kSinPi8, kCosPi8);      // W^3
-  x[11] = Rot135<S>(x[11]);                      // W^6
-  x[15] = Rotate<S>(x[15], -kCosPi8, -kSinPi8);  // W^9 = -W^1
-
-  // Now x[4*k1 + k2] holds output k1 + 4*k2.
-  Dft4<S>(x[0], x[1], x[2], x[3]);
-  Dft4<S>(x[4], x[5], x[6], x[7]);
-  Dft4<S>(x[8], x[9], x[10], x[11]);
-  Dft4<S>(x[12], x[13], x[14], x[15]);
+// One 16-point pass of L::kWidth transforms from `in` to `out` (the same place for the column
+// pass). Element k of a transform is at k * kElem floats. Rows are loaded and stored kBlock
+// elements at a time (the flavour's transposing block), columns one element at a time; the
+// work is ordered so that each block is used as soon as it is loaded and each output block is
+// stored as soon as it is complete, which keeps few values live at once.
+template <class L, int S, int kElem, int kRow, int kBlock, bool kRows, bool kRealOnly>
+ZY_FFT_KERNEL void Pass16(const float* in, float* out) {
+  using V = typename L::V;
+  V x[16];
 #pragma GCC unroll 4
-  for (int k1 = 0; k1 < 4; ++k1) {
+  for (int n2 = 0; n2 < 4; n2 += kBlock) {
 #pragma GCC unroll 4
-    for (int k2 = 0; k2 < 4; ++k2) out[k1 + 4 * k2] = x[4 * k1 + k2];
+    for (int n1 = 0; n1 < 4; ++n1) {
+      const int k = 4 * n1 + n2;
+      if constexpr (kRows) {
+        L::template LoadRows<kBlock, kRow>(in + k * kElem, x + k);
+      } else {
+        L::template LoadCols<kBlock, kRow>(in + k * kElem, x + k);
+      }
+    }
+#pragma GCC unroll 4
+    for (int j = n2; j < n2 + kBlock; ++j) Dft16First<S>(x, j);
+  }
+  // Second half: x[4*k1 + k2] becomes output k1 + 4*k2.
+#pragma GCC unroll 4
+  for (int k1 = 0; k1 < 4; k1 += kBlock) {
+#pragma GCC unroll 4
+    for (int j = k1; j < k1 + kBlock; ++j) Dft4<S>(x[4 * j], x[4 * j + 1], x[4 * j + 2], x[4 * j + 3]);
+#pragma GCC unroll 4
+    for (int k2 = 0; k2 < 4; ++k2) {
+      V block[4];
+#pragma GCC unroll 4
+      for (int b = 0; b < kBlock; ++b) block[b] = x[4 * (k1 + b) + k2];
+      if constexpr (kRows) {
+        L::template StoreRows<kBlock, kRow>(out + (k1 + 4 * k2) * kElem, block);
+      } else {
+        L::template StoreCols<kBlock, kRow, kRealOnly>(out + (k1 + 4 * k2) * kElem, block);
+      }
+    }
   }
 }
 
@@ -245,18 +278,12 @@ ZY_FFT_KERNEL void Col24(const V* x, V* out) {
 // kRealOnly the column pass stores only the real parts (imaginary parts +0).
 template <class L, int S, bool kRealOnly>
 void Transform16(const float* a, float* b) {
-  using V = typename L::V;
   constexpr int kRow = 32;
-  V x[16], y[16];
   for (int r = 0; r < 16; r += L::kWidth) {
-    L::template LoadRows<16, kRow>(a + r * kRow, x);
-    Dft16<S>(x, y);
-    L::template StoreRows<16, kRow>(b + r * kRow, y);
+    Pass16<L, S, 2, kRow, L::kRowBlock, true, false>(a + r * kRow, b + r * kRow);
   }
   for (int c = 0; c < 16; c += L::kWidth) {
-    L::template LoadCols<16, kRow>(b + 2 * c, x);
-    Dft16<S>(x, y);
-    L::template StoreCols<16, kRow, kRealOnly>(b + 2 * c, y);
+    Pass16<L, S, kRow, kRow, 1, false, kRealOnly>(b + 2 * c, b + 2 * c);
   }
 }
 

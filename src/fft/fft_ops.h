@@ -68,6 +68,7 @@ ZY_FFT_INLINE Cpx Rotate(Cpx a, float c, float sn) {
 struct ScalarLanes {
   using V = Cpx;
   static constexpr int kWidth = 1;
+  static constexpr int kRowBlock = 1;  // row elements per LoadRows / StoreRows step
   template <int N, int kRow>
   static ZY_FFT_INLINE void LoadRows(const float* p, Cpx* x) {
     for (int k = 0; k < N; ++k) x[k] = {p[2 * k], p[2 * k + 1]};
@@ -132,6 +133,7 @@ ZY_FFT_INLINE void Transpose4(float32x4_t& a, float32x4_t& b, float32x4_t& c, fl
 struct NeonLanes {
   using V = Quad;
   static constexpr int kWidth = 4;
+  static constexpr int kRowBlock = 4;
   template <int N, int kRow>
   static ZY_FFT_INLINE void LoadRows(const float* p, Quad* x) {
 #pragma GCC unroll 6
