@@ -22,7 +22,7 @@ uint32_t Bits(float f) {
   return u;
 }
 
-// Input kinds: 0 uniform in [-1, 1); 1 random signs and exponents 2^-60..2^60; 2 mostly signed
+// Input kinds: 0 uniform in [-1, 1); 1 random signs and exponents 2^-60..2^60; 2 mostly -0 and +0
 // zeros; 3 subnormal and tiny; 4 large (results up to about 1e38, still finite). No NaNs: the
 // compiler may turn x + (-y) into x - y, equal for every other value but not in a NaN's sign.
 std::vector<float> Plane(int n, int kind, uint32_t seed) {
@@ -35,7 +35,7 @@ std::vector<float> Plane(int n, int kind, uint32_t seed) {
     switch (kind) {
       case 0: v = u; break;
       case 1: v = std::ldexp(u, static_cast<int>(r % 121) - 60); break;
-      case 2: v = r % 8 == 0 ? u : ((r & 16) ? -0.0f : 0.0f); break;
+      case 2: v = r % 16 == 0 ? u : ((r & 48) ? -0.0f : 0.0f); break;
       case 3: v = u * ((r & 1) ? 1e-40f : 1e-36f); break;
       default: v = u * 1e35f; break;
     }
