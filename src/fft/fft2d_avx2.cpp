@@ -41,6 +41,7 @@ ZY_FFT_KERNEL Oct Rotate(Oct a, float c, float sn) {
 // Which transform sits in which lane is free, as long as a store undoes its load: every lane
 // gets the same operations and constants.
 struct AvxLanes {
+  using RowLanes = AvxLanes;
   using V = Oct;
   static constexpr int kWidth = 8;
   static constexpr int kRowBlock = 2;

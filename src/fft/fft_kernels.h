@@ -274,13 +274,15 @@ ZY_FFT_KERNEL void Col24(const V* x, V* out) {
   }
 }
 
-// Whole transforms of plane a into plane b, L::kWidth rows or columns per kernel call. With
+// Whole transforms of plane a into plane b: L::RowLanes::kWidth rows, then L::kWidth columns
+// per kernel call. With
 // kRealOnly the column pass stores only the real parts (imaginary parts +0).
 template <class L, int S, bool kRealOnly>
 void Transform16(const float* a, float* b) {
   constexpr int kRow = 32;
-  for (int r = 0; r < 16; r += L::kWidth) {
-    Pass16<L, S, 2, kRow, L::kRowBlock, true, false>(a + r * kRow, b + r * kRow);
+  using R = typename L::RowLanes;
+  for (int r = 0; r < 16; r += R::kWidth) {
+    Pass16<R, S, 2, kRow, R::kRowBlock, true, false>(a + r * kRow, b + r * kRow);
   }
   for (int c = 0; c < 16; c += L::kWidth) {
     Pass16<L, S, kRow, kRow, 1, false, kRealOnly>(b + 2 * c, b + 2 * c);
@@ -289,14 +291,16 @@ void Transform16(const float* a, float* b) {
 
 template <class L, int S, bool kRealOnly>
 void Transform24(const float* a, float* b) {
-  using V = typename L::V;
+  using R = typename L::RowLanes;
   constexpr int kRow = 48;
-  V x[24], y[24];
-  for (int r = 0; r < 24; r += L::kWidth) {
-    L::template LoadRows<24, kRow>(a + r * kRow, x);
+  for (int r = 0; r < 24; r += R::kWidth) {
+    typename R::V x[24], y[24];
+    R::template LoadRows<24, kRow>(a + r * kRow, x);
     Row24<S>(x, y);
-    L::template StoreRows<24, kRow>(b + r * kRow, y);
+    R::template StoreRows<24, kRow>(b + r * kRow, y);
   }
+  using V = typename L::V;
+  V x[24], y[24];
   for (int c = 0; c < 24; c += L::kWidth) {
     L::template LoadCols<24, kRow>(b + 2 * c, x);
     Col24<S>(x, y);

@@ -1,17 +1,20 @@
 // The element flavours every radix kernel of the transform is instantiated with:
 //
 // - `Cpx` / `ScalarLanes`: one complex value of one transform, the plain scalar reference;
-// - `Quad` / `NeonLanes`: the same element of four transforms side by side, real parts in one
+// - `Quad` / `NeonLanes`: the same element of four columns side by side, real parts in one
 //   NEON vector and imaginary parts in another (deinterleaved on load, interleaved on store), so
 //   that multiplying by +-i is a renaming of the two vectors plus one sign flip and a twiddle
-//   product needs no lane shuffles.
+//   product needs no lane shuffles;
+// - `Pair` / `NeonRowLanes`: the same element of two rows, interleaved in one vector, for the
+//   row pass (whose rows the split layout would have to transpose on load and on store).
 //
 // Both flavours perform the same IEEE operations on every element in the same order (no fused
 // multiply-add; negation is a sign flip, which is exact), so a kernel gives the same bits
 // whichever flavour it is instantiated with. The direction's sign S (-1 forward, +1 inverse) is a
 // template argument: each kernel exists as a forward and an inverse member.
 //
-// A flavour moves whole transforms between memory and its values (kWidth transforms at a time):
+// A flavour moves whole transforms between memory and its values (kWidth transforms at a time;
+// RowLanes names the flavour that runs the row pass):
 //   LoadRows<N, kRow>(p, x):  x[k] = element k of the rows p, p + kRow, ... (row pass input);
 //   StoreRows<N, kRow>(p, x): the inverse;
 //   LoadCols<N, kRow>(p, x):  x[k] = row k of the adjacent columns starting at p (column pass);
@@ -66,6 +69,7 @@ ZY_FFT_INLINE Cpx Rotate(Cpx a, float c, float sn) {
 }
 
 struct ScalarLanes {
+  using RowLanes = ScalarLanes;  // the flavour of the row pass
   using V = Cpx;
   static constexpr int kWidth = 1;
   static constexpr int kRowBlock = 1;  // row elements per LoadRows / StoreRows step
@@ -117,49 +121,67 @@ ZY_FFT_INLINE Quad Rotate(Quad a, float c, float sn) {
                : Quad{vsubq_f32(rc, is), vaddq_f32(ic, rs)};
 }
 
-// 4 x 4 transpose: row j of (a, b, c, d) becomes lane j of every output.
-ZY_FFT_INLINE void Transpose4(float32x4_t& a, float32x4_t& b, float32x4_t& c, float32x4_t& d) {
-  const float64x2_t t0 = vreinterpretq_f64_f32(vtrn1q_f32(a, b));
-  const float64x2_t t1 = vreinterpretq_f64_f32(vtrn2q_f32(a, b));
-  const float64x2_t t2 = vreinterpretq_f64_f32(vtrn1q_f32(c, d));
-  const float64x2_t t3 = vreinterpretq_f64_f32(vtrn2q_f32(c, d));
-  a = vreinterpretq_f32_f64(vtrn1q_f64(t0, t2));
-  b = vreinterpretq_f32_f64(vtrn1q_f64(t1, t3));
-  c = vreinterpretq_f32_f64(vtrn2q_f64(t0, t2));
-  d = vreinterpretq_f32_f64(vtrn2q_f64(t1, t3));
+// The row pass's NEON flavour: the same element of two rows in one vector, interleaved
+// (re0, im0, re1, im1), loaded and stored as two 8-byte halves. The split flavour would need a
+// 4 x 4 transpose on each side of a row pass; here the rows need none, and +-i and the
+// twiddles cost a lane swap and a sign mask instead.
+struct Pair {
+  float32x4_t v;
+};
+
+ZY_FFT_INLINE Pair Add(Pair a, Pair b) { return {vaddq_f32(a.v, b.v)}; }
+ZY_FFT_INLINE Pair Sub(Pair a, Pair b) { return {vsubq_f32(a.v, b.v)}; }
+ZY_FFT_INLINE Pair Scale(Pair a, float k) { return {vmulq_n_f32(a.v, k)}; }
+
+// Sign flips of the imaginary lanes (1, 3) or of the real lanes (0, 2).
+ZY_FFT_INLINE float32x4_t NegateIm(float32x4_t v) {
+  static constexpr uint32_t kMask[4] = {0u, 0x80000000u, 0u, 0x80000000u};
+  return vreinterpretq_f32_u32(veorq_u32(vreinterpretq_u32_f32(v), vld1q_u32(kMask)));
+}
+ZY_FFT_INLINE float32x4_t NegateRe(float32x4_t v) {
+  static constexpr uint32_t kMask[4] = {0x80000000u, 0u, 0x80000000u, 0u};
+  return vreinterpretq_f32_u32(veorq_u32(vreinterpretq_u32_f32(v), vld1q_u32(kMask)));
 }
 
-// Four transforms per step: four rows (lane j = row j), or four adjacent columns.
+template <int S>
+ZY_FFT_INLINE Pair MulI(Pair a) {
+  const float32x4_t swapped = vrev64q_f32(a.v);  // (im, re) of each value
+  return {S < 0 ? NegateIm(swapped) : NegateRe(swapped)};
+}
+
+// Lane for lane the scalar Rotate: re*c + im*(S<0 ? sn : -sn), im*c + re*(S<0 ? -sn : sn);
+// x + (-y) and x*(-y) round exactly as x - y and -(x*y).
+template <int S>
+ZY_FFT_INLINE Pair Rotate(Pair a, float c, float sn) {
+  const float32x4_t swapped = vrev64q_f32(a.v);
+  const float32x4_t sines = S < 0 ? NegateIm(vdupq_n_f32(sn)) : NegateRe(vdupq_n_f32(sn));
+  return {vaddq_f32(vmulq_n_f32(a.v, c), vmulq_f32(swapped, sines))};
+}
+
+struct NeonRowLanes {
+  using V = Pair;
+  static constexpr int kWidth = 2;
+  static constexpr int kRowBlock = 1;
+  template <int N, int kRow>
+  static ZY_FFT_INLINE void LoadRows(const float* p, Pair* x) {
+#pragma GCC unroll 24
+    for (int k = 0; k < N; ++k) x[k] = {vcombine_f32(vld1_f32(p + 2 * k), vld1_f32(p + kRow + 2 * k))};
+  }
+  template <int N, int kRow>
+  static ZY_FFT_INLINE void StoreRows(float* p, const Pair* x) {
+#pragma GCC unroll 24
+    for (int k = 0; k < N; ++k) {
+      vst1_f32(p + 2 * k, vget_low_f32(x[k].v));
+      vst1_f32(p + kRow + 2 * k, vget_high_f32(x[k].v));
+    }
+  }
+};
+
+// The column pass's NEON flavour: four adjacent columns per step.
 struct NeonLanes {
+  using RowLanes = NeonRowLanes;
   using V = Quad;
   static constexpr int kWidth = 4;
-  static constexpr int kRowBlock = 4;
-  template <int N, int kRow>
-  static ZY_FFT_INLINE void LoadRows(const float* p, Quad* x) {
-#pragma GCC unroll 6
-    for (int k = 0; k < N; k += 4) {
-      float32x4x2_t r[4];
-#pragma GCC unroll 4
-      for (int j = 0; j < 4; ++j) r[j] = vld2q_f32(p + j * kRow + 2 * k);
-      Transpose4(r[0].val[0], r[1].val[0], r[2].val[0], r[3].val[0]);
-      Transpose4(r[0].val[1], r[1].val[1], r[2].val[1], r[3].val[1]);
-#pragma GCC unroll 4
-      for (int m = 0; m < 4; ++m) x[k + m] = {r[m].val[0], r[m].val[1]};
-    }
-  }
-  template <int N, int kRow>
-  static ZY_FFT_INLINE void StoreRows(float* p, const Quad* x) {
-#pragma GCC unroll 6
-    for (int k = 0; k < N; k += 4) {
-      float32x4x2_t r[4];
-#pragma GCC unroll 4
-      for (int m = 0; m < 4; ++m) r[m] = {{x[k + m].re, x[k + m].im}};
-      Transpose4(r[0].val[0], r[1].val[0], r[2].val[0], r[3].val[0]);
-      Transpose4(r[0].val[1], r[1].val[1], r[2].val[1], r[3].val[1]);
-#pragma GCC unroll 4
-      for (int j = 0; j < 4; ++j) vst2q_f32(p + j * kRow + 2 * k, r[j]);
-    }
-  }
   template <int N, int kRow>
   static ZY_FFT_INLINE void LoadCols(const float* p, Quad* x) {
 #pragma GCC unroll 24
