@@ -82,7 +82,7 @@ void detect(TrackingInp& t, const Complex* z, const Complex* x, float* peakValue
   mulSpectrums(t.alphaf, t.kf, t.kf, sy, static_cast<uint32_t>(sx), 0);
   const float* kf = reinterpret_cast<const float*>(t.kf);
   float* product = reinterpret_cast<float*>(t.specC);
-  Fft2D(kf + 1, kf, product + 1, product, t.fftSize, +1);
+  Fft2DRealPart(kf + 1, kf, product + 1, product, t.fftSize, +1);
   const float n = static_cast<float>(sx * sy);
   int32_t k = 0;
 #if ZY_HAVE_NEON

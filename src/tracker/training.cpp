@@ -15,9 +15,10 @@ namespace {
 float* F(Complex* p) { return reinterpret_cast<float*>(p); }
 const float* F(const Complex* p) { return reinterpret_cast<const float*>(p); }
 
-// Forward transform of plane a into b, inverse of a into b (no scaling either way).
+// Forward transform of plane a into b; the real parts of the inverse of a into b (imaginary
+// parts left +0). No scaling either way.
 void Forward(const Complex* a, Complex* b, int32_t n) { Fft2D(F(a), F(a) + 1, F(b), F(b) + 1, n, -1); }
-void Inverse(const Complex* a, Complex* b, int32_t n) { Fft2D(F(a) + 1, F(a), F(b) + 1, F(b), n, +1); }
+void InverseRealPart(const Complex* a, Complex* b, int32_t n) { Fft2DRealPart(F(a) + 1, F(a), F(b) + 1, F(b), n, +1); }
 
 // sum[k] += a[k].re / d for k < n: four at a time where NEON (or SIMDe) is built, each lane the
 // scalar division and addition.
@@ -182,7 +183,7 @@ void gaussianCorrelation(TrackingInp& t, const Complex* x1, const Complex* x2, f
       spec2 = t.specB;
     }
     mulSpectrums(t.specA, spec2, t.specC, sy, static_cast<uint32_t>(sx), 1);
-    Inverse(t.specC, t.specA, n);
+    InverseRealPart(t.specC, t.specA, n);
     AddRealParts(t.specA, nF, t.corrSum, N);
   }
   if (modelFill) t.modelSpecState = kModelSpecReady;
