@@ -66,11 +66,45 @@ void Nv21RowToRgb_NEON(const uint8_t* frame, const int32_t bases[4], const int32
                        uint8_t* g, uint8_t* b);
 #endif
 
+#if ZY_HAVE_AVX2_ROWS
+// The crop rows in 256-bit lanes, for x86-64 CPUs with AVX2 (chosen at run time; only these
+// functions are compiled for AVX2). Same contracts as the NEON rows above, except that each
+// luma pair is read as a 32-bit word: frame[bases[0..1] + list[i] + 0..3] must lie inside the
+// frame as well. Sixteen pixels per step, whole groups only.
+void Nv21RowToRgb_AVX2(const uint8_t* frame, const int32_t bases[4], const int32_t* list,
+                       int32_t groups, uint8_t* r, uint8_t* g, uint8_t* b);
+// count (1..8) pixels of a row's tail in the one-at-a-time form, gathered at list[0..count-1].
+void Nv21OneFormToRgb_AVX2(const uint8_t* frame, const int32_t bases[4], const int32_t* list,
+                           int32_t count, uint8_t* r, uint8_t* g, uint8_t* b);
+bool CpuHasAvx2();
+#endif
+constexpr int32_t kAvx2LumaReach = 4;  // bytes the AVX2 rows read from each luma offset
+
+// The kernel forms of the crop: every form gives the reference's bytes.
+enum class CropForm {
+  kReference,  // the plain scalar rows
+  kNeon,       // the NEON rows (real NEON on arm64, SIMDe on other hosts)
+  kAvx2,       // the 256-bit rows of x86-64 CPUs with AVX2
+};
+// True when `form` is built into this library and the CPU can run it.
+bool CropFormRuns(CropForm form);
+// The fastest form that runs here: what KernelChoice::kFast selects.
+CropForm FastCropForm();
+
 // The crop with a chosen kernel set; the public functions run it with kDefaultCropKernels.
 uint32_t CropResizeYuv2rgbAccWith(KernelChoice choice, const uint8_t* frame, uint32_t width,
                                   uint32_t height, uint8_t* dst, const float roi[4], int32_t outW,
                                   uint32_t outH, uint32_t channels);
 uint32_t ProcThreeChannelDataWith(KernelChoice choice, const uint8_t* frame, uint32_t width,
+                                  int32_t height, uint8_t* dst, int32_t outW, uint32_t outH,
+                                  const int32_t imageRect[4], const int32_t validRect[4],
+                                  float scale);
+
+// The same with a chosen form (one that runs here).
+uint32_t CropResizeYuv2rgbAccForm(CropForm form, const uint8_t* frame, uint32_t width,
+                                  uint32_t height, uint8_t* dst, const float roi[4], int32_t outW,
+                                  uint32_t outH, uint32_t channels);
+uint32_t ProcThreeChannelDataForm(CropForm form, const uint8_t* frame, uint32_t width,
                                   int32_t height, uint8_t* dst, int32_t outW, uint32_t outH,
                                   const int32_t imageRect[4], const int32_t validRect[4],
                                   float scale);
