@@ -70,14 +70,17 @@ bool MakeNv21LoadPlan8(const int32_t o[8], Nv21LoadPlan8* plan) {
       if (rel < 0 || rel + 4 > kLoadPlanReach) return false;
     }
   }
-  for (int h = 0; h < 2; ++h) {
-    for (int t = 0; t < 16; ++t) plan->luma[h][t] = 0xFF;
-    for (int i = 0; i < 4; ++i) {
-      const auto rel = static_cast<uint8_t>(o[4 * h + i] - o[4 * h]);
-      plan->luma[h][2 * i] = rel;
-      plan->luma[h][2 * i + 1] = static_cast<uint8_t>(rel + 1);
-      for (int t = 0; t < 4; ++t) plan->chroma[h][4 * i + t] = static_cast<uint8_t>(rel + t);
-    }
+  for (int i = 0; i < 8; ++i) {
+    // Pixel i's bytes in the two loads taken together: load h = i / 4 starts at byte 16h.
+    const auto at = static_cast<uint8_t>(16 * (i / 4) + (o[i] - o[4 * (i / 4)]));
+    plan->luma[0][i] = at;                                      // top pair, first byte
+    plan->luma[0][8 + i] = static_cast<uint8_t>(at + 32);       // bottom pair, first byte
+    plan->luma[1][i] = static_cast<uint8_t>(at + 1);            // top pair, second byte
+    plan->luma[1][8 + i] = static_cast<uint8_t>(at + 33);       // bottom pair, second byte
+    plan->chroma[0][i] = at;                                    // V
+    plan->chroma[0][8 + i] = static_cast<uint8_t>(at + 1);      // U
+    plan->chroma[1][i] = static_cast<uint8_t>(at + 2);          // next V
+    plan->chroma[1][8 + i] = static_cast<uint8_t>(at + 3);      // next U
   }
   return true;
 }

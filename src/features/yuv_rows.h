@@ -25,10 +25,13 @@ struct Nv21Group8 {
 };
 
 // A group whose columns lie close together read with two 16-byte loads per frame row instead
-// of a fetch per pixel: pixels 0..3 from the load at their first offset o[0], pixels 4..7 from
-// the load at o[4]. luma[h] / chroma[h] pick each pixel's luma pair / chroma quad out of half
-// h's load (unused luma bytes 0xFF). Built only when o[4h + 3] - o[4h] <= 12 for both halves,
-// so that every quad lies inside its 16 bytes.
+// of a fetch per pixel: one at its first offset o[0] (pixels 0..3), one at o[4] (pixels 4..7).
+// The tables index the two loads taken together (bytes 0..31; for luma, the top row's two
+// then the bottom row's, bytes 0..63): luma[0] picks the first byte of each pixel's pair,
+// top row in bytes 0..7 and bottom row in 8..15, luma[1] the second bytes likewise;
+// chroma[0] picks each pixel's V (bytes 0..7) and U (8..15), chroma[1] the next V and U.
+// Built only when o[4h + 3] - o[4h] <= 12 for both halves, so that every quad lies inside
+// its 16 bytes.
 struct Nv21LoadPlan8 {
   uint8_t luma[2][16];
   uint8_t chroma[2][16];
