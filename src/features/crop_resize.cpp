@@ -136,8 +136,8 @@ void MakeGroupPlans(const int32_t* list, int32_t n, GroupPlans* p) {
   for (int32_t g = 0; g < n / 8; ++g) {
     const int32_t k = 8 * g;
     p->ok[g] = MakeNv21LoadPlan8(list + k, &p->plan[g]);
-    if (p->ok[g] && list[k + 4] > INT32_MAX - kLoadPlanReach) p->ok[g] = false;
-    if (p->ok[g] && list[k + 4] + kLoadPlanReach > p->loadEnd) p->loadEnd = list[k + 4] + kLoadPlanReach;
+    if (p->ok[g] && list[k] > INT32_MAX - kLoadPlanReach) p->ok[g] = false;
+    if (p->ok[g] && list[k] + kLoadPlanReach > p->loadEnd) p->loadEnd = list[k] + kLoadPlanReach;
   }
 }
 

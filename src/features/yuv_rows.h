@@ -24,19 +24,16 @@ struct Nv21Group8 {
   uint8_t chromaBottom[32];
 };
 
-// A group whose columns lie close together read with two 16-byte loads per frame row instead
-// of a fetch per pixel: one at its first offset o[0] (pixels 0..3), one at o[4] (pixels 4..7).
-// The tables index the two loads taken together (bytes 0..31; for luma, the top row's two
-// then the bottom row's, bytes 0..63): luma[0] picks the first byte of each pixel's pair,
-// top row in bytes 0..7 and bottom row in 8..15, luma[1] the second bytes likewise;
-// chroma[0] picks each pixel's V (bytes 0..7) and U (8..15), chroma[1] the next V and U.
-// Built only when o[4h + 3] - o[4h] <= 12 for both halves, so that every quad lies inside
-// its 16 bytes.
+// A group whose columns lie close together read with one 32-byte load per frame row, at its
+// first offset o[0], instead of a fetch per pixel. luma picks out of a row's load the first
+// byte of each pixel's pair (bytes 0..7) and the second byte (8..15); chroma[0] picks each
+// pixel's V (bytes 0..7) and U (8..15), chroma[1] the next V and U. Built only when
+// o[7] - o[0] <= 28, so that every quad lies inside the load.
 struct Nv21LoadPlan8 {
-  uint8_t luma[2][16];
+  uint8_t luma[16];
   uint8_t chroma[2][16];
 };
-constexpr int32_t kLoadPlanReach = 16;  // bytes read from each load offset
+constexpr int32_t kLoadPlanReach = 32;  // bytes read from the load offset
 // The plans pay where their byte-table lookup is one instruction: arm64, and x86-64 with
 // SSSE3 (the default x86-64-v2 builds). Without SSSE3 SIMDe looks up byte by byte, and the
 // per-pixel gather is the faster form.
@@ -62,7 +59,7 @@ void Nv21OneFormToRgb4_NEON(const uint8_t* frame, const int32_t bases[4], const 
 // bases = the top and bottom luma rows and chroma rows; entry i (pixel i) reads its luma
 // pairs at frame[bases[0..1] + list[i]] and its chroma quads at frame[bases[2..3] + list[i]].
 // Group k with planned[k] (planned may be null) is read by plans[k]'s loads, kLoadPlanReach
-// bytes from bases[0..3] + list[8k] and + list[8k + 4]. Every byte read must lie inside the
+// bytes from bases[0..3] + list[8k]. Every byte read must lie inside the
 // frame (the caller checks the row).
 void Nv21RowToRgb_NEON(const uint8_t* frame, const int32_t bases[4], const int32_t* list,
                        int32_t groups, const Nv21LoadPlan8* plans, const bool* planned, uint8_t* r,

@@ -111,25 +111,19 @@ inline uint8x16_t GatherQuads(const uint8_t* frame, int64_t base, const int32_t 
   return vreinterpretq_u8_u32(v);
 }
 
-// A planned group: two 16-byte loads per frame row, at the group's offsets o[0] and o[4],
-// picked apart by the plan's tables (see MakeNv21LoadPlan8).
-inline void PlannedGroupToRgb(const uint8_t* const rows[4], int32_t o0, int32_t o4,
-                              const Nv21LoadPlan8& plan, uint8_t* r, uint8_t* g, uint8_t* b) {
-  // Luma: the first bytes of the top and bottom pairs against the second bytes.
-  uint8x16x4_t luma;
-  luma.val[0] = vld1q_u8(rows[0] + o0);
-  luma.val[1] = vld1q_u8(rows[0] + o4);
-  luma.val[2] = vld1q_u8(rows[1] + o0);
-  luma.val[3] = vld1q_u8(rows[1] + o4);
-  const uint8x8_t y = HalvesAverage(
-      vrhaddq_u8(vqtbl4q_u8(luma, vld1q_u8(plan.luma[0])), vqtbl4q_u8(luma, vld1q_u8(plan.luma[1]))));
-  // Chroma: per row the V and U of each pixel (bytes 0..7 and 8..15) against the next V and U.
+// A planned group: one 32-byte load per frame row at the group's first offset o0, picked
+// apart by the plan's tables (see MakeNv21LoadPlan8).
+inline void PlannedGroupToRgb(const uint8_t* const rows[4], int32_t o0, const Nv21LoadPlan8& plan,
+                              uint8_t* r, uint8_t* g, uint8_t* b) {
+  // Luma: per row the first bytes of the pairs against the second bytes, then the two rows.
+  const uint8x16_t lumaPick = vld1q_u8(plan.luma);
+  const uint8x8_t y = vrhadd_u8(HalvesAverage(vqtbl2q_u8(vld1q_u8_x2(rows[0] + o0), lumaPick)),
+                                HalvesAverage(vqtbl2q_u8(vld1q_u8_x2(rows[1] + o0), lumaPick)));
+  // Chroma: per row the V and U of each pixel (bytes 0..7 and 8..15) against the next V and
+  // U, then the two rows.
   const uint8x16_t firstPick = vld1q_u8(plan.chroma[0]), nextPick = vld1q_u8(plan.chroma[1]);
-  uint8x16x2_t top, bottom;
-  top.val[0] = vld1q_u8(rows[2] + o0);
-  top.val[1] = vld1q_u8(rows[2] + o4);
-  bottom.val[0] = vld1q_u8(rows[3] + o0);
-  bottom.val[1] = vld1q_u8(rows[3] + o4);
+  const uint8x16x2_t top = vld1q_u8_x2(rows[2] + o0);
+  const uint8x16x2_t bottom = vld1q_u8_x2(rows[3] + o0);
   const uint8x16_t vu =
       vrhaddq_u8(vrhaddq_u8(vqtbl2q_u8(top, firstPick), vqtbl2q_u8(top, nextPick)),
                  vrhaddq_u8(vqtbl2q_u8(bottom, firstPick), vqtbl2q_u8(bottom, nextPick)));
@@ -192,7 +186,7 @@ void Nv21RowToRgb_NEON(const uint8_t* frame, const int32_t bases[4], const int32
     uint8_t* gk = g + 8 * k;
     uint8_t* bk = b + 8 * k;
     if (planned != nullptr && planned[k]) {
-      PlannedGroupToRgb(rows, o[0], o[4], plans[k], rk, gk, bk);
+      PlannedGroupToRgb(rows, o[0], plans[k], rk, gk, bk);
     } else {
       GroupToRgb(GatherPairs(frame, bases[0], bases[0], o), GatherPairs(frame, bases[1], bases[1], o),
                  GatherQuads(frame, bases[2], o), GatherQuads(frame, bases[2], o + 4),
