@@ -100,7 +100,7 @@ uint32_t ProcThreeChannelDataWith(KernelChoice choice, const uint8_t* frame, uin
                                   const int32_t imageRect[4], const int32_t validRect[4],
                                   float scale);
 
-// The same with a chosen form (one that runs here).
+// The same with a chosen form; a form that does not run here runs as the reference.
 uint32_t CropResizeYuv2rgbAccForm(CropForm form, const uint8_t* frame, uint32_t width,
                                   uint32_t height, uint8_t* dst, const float roi[4], int32_t outW,
                                   uint32_t outH, uint32_t channels);
