@@ -88,26 +88,26 @@ inline uint32x4_t Insert32(uint32x4_t v, const uint8_t* p) {
   return vsetq_lane_u32(x, v, L);
 }
 
-// Luma pairs: lanes 0..3 from base03 + o[0..3], lanes 4..7 from base47 + o[4..7].
-inline uint8x16_t GatherPairs(const uint8_t* frame, int64_t base03, int64_t base47, const int32_t o[8]) {
+// Luma pairs: lanes 0..3 from row03 + o[0..3], lanes 4..7 from row47 + o[4..7].
+inline uint8x16_t GatherPairs(const uint8_t* row03, const uint8_t* row47, const int32_t o[8]) {
   uint16x8_t v = vdupq_n_u16(0);
-  v = Insert16<0>(v, frame + (base03 + o[0]));
-  v = Insert16<1>(v, frame + (base03 + o[1]));
-  v = Insert16<2>(v, frame + (base03 + o[2]));
-  v = Insert16<3>(v, frame + (base03 + o[3]));
-  v = Insert16<4>(v, frame + (base47 + o[4]));
-  v = Insert16<5>(v, frame + (base47 + o[5]));
-  v = Insert16<6>(v, frame + (base47 + o[6]));
-  v = Insert16<7>(v, frame + (base47 + o[7]));
+  v = Insert16<0>(v, row03 + o[0]);
+  v = Insert16<1>(v, row03 + o[1]);
+  v = Insert16<2>(v, row03 + o[2]);
+  v = Insert16<3>(v, row03 + o[3]);
+  v = Insert16<4>(v, row47 + o[4]);
+  v = Insert16<5>(v, row47 + o[5]);
+  v = Insert16<6>(v, row47 + o[6]);
+  v = Insert16<7>(v, row47 + o[7]);
   return vreinterpretq_u8_u16(v);
 }
 
-inline uint8x16_t GatherQuads(const uint8_t* frame, int64_t base, const int32_t o[4]) {
+inline uint8x16_t GatherQuads(const uint8_t* row, const int32_t o[4]) {
   uint32x4_t v = vdupq_n_u32(0);
-  v = Insert32<0>(v, frame + (base + o[0]));
-  v = Insert32<1>(v, frame + (base + o[1]));
-  v = Insert32<2>(v, frame + (base + o[2]));
-  v = Insert32<3>(v, frame + (base + o[3]));
+  v = Insert32<0>(v, row + o[0]);
+  v = Insert32<1>(v, row + o[1]);
+  v = Insert32<2>(v, row + o[2]);
+  v = Insert32<3>(v, row + o[3]);
   return vreinterpretq_u8_u32(v);
 }
 
@@ -142,12 +142,13 @@ void Nv21OneFormToRgb4_NEON(const uint8_t* frame, const int32_t bases[4], const 
                             uint8_t* r, uint8_t* g, uint8_t* b) {
   // Luma pairs of the four pixels in lanes 0..3 (top row) and 4..7 (bottom row).
   const int32_t pairs[8] = {o[0], o[1], o[2], o[3], o[0], o[1], o[2], o[3]};
-  const uint16x8_t rows = PairAverage16(GatherPairs(frame, bases[0], bases[1], pairs));
+  const uint16x8_t rows = PairAverage16(
+      GatherPairs(frame + static_cast<int64_t>(bases[0]), frame + static_cast<int64_t>(bases[1]), pairs));
   // Lanes 0..3: the rounding average of the two rows' pair averages.
   const uint16x8_t ya = vrhaddq_u16(rows, vextq_u16(rows, rows, 4));
   // Chroma: byte 0 of each 32-bit lane the V average, byte 1 the U average.
-  const uint8x16_t c = vrhaddq_u8(QuadAverage(GatherQuads(frame, bases[2], o)),
-                                  QuadAverage(GatherQuads(frame, bases[3], o)));
+  const uint8x16_t c = vrhaddq_u8(QuadAverage(GatherQuads(frame + static_cast<int64_t>(bases[2]), o)),
+                                  QuadAverage(GatherQuads(frame + static_cast<int64_t>(bases[3]), o)));
   const uint32x4_t cw = vreinterpretq_u32_u8(c);
 
   // 10 fractional bits in 32-bit lanes, luma limited up to 16 first; no sum leaves int32.
@@ -188,9 +189,9 @@ void Nv21RowToRgb_NEON(const uint8_t* frame, const int32_t bases[4], const int32
     if (planned != nullptr && planned[k]) {
       PlannedGroupToRgb(rows, o[0], plans[k], rk, gk, bk);
     } else {
-      GroupToRgb(GatherPairs(frame, bases[0], bases[0], o), GatherPairs(frame, bases[1], bases[1], o),
-                 GatherQuads(frame, bases[2], o), GatherQuads(frame, bases[2], o + 4),
-                 GatherQuads(frame, bases[3], o), GatherQuads(frame, bases[3], o + 4), rk, gk, bk);
+      GroupToRgb(GatherPairs(rows[0], rows[0], o), GatherPairs(rows[1], rows[1], o),
+                 GatherQuads(rows[2], o), GatherQuads(rows[2], o + 4), GatherQuads(rows[3], o),
+                 GatherQuads(rows[3], o + 4), rk, gk, bk);
     }
   }
 }
