@@ -136,8 +136,8 @@ void MakeGroupPlans(const int32_t* list, int32_t n, GroupPlans* p) {
   for (int32_t g = 0; g < n / 8; ++g) {
     const int32_t k = 8 * g;
     p->ok[g] = MakeNv21LoadPlan8(list + k, &p->plan[g]);
-    if (p->ok[g] && list[k + 4] > INT32_MAX - kLoadPlanReach) p->ok[g] = false;
-    if (p->ok[g] && list[k + 4] + kLoadPlanReach > p->loadEnd) p->loadEnd = list[k + 4] + kLoadPlanReach;
+    if (p->ok[g] && list[k] > INT32_MAX - kLoadPlanReach) p->ok[g] = false;
+    if (p->ok[g] && list[k] + kLoadPlanReach > p->loadEnd) p->loadEnd = list[k] + kLoadPlanReach;
   }
 }
 
@@ -152,61 +152,79 @@ inline bool AboveMax(int32_t base, int32_t o, int32_t maxIndex) {
   return Wrap32(static_cast<int64_t>(base) + o) > maxIndex;
 }
 
+// The vector rows of `form` for `groups` whole groups of eight read straight from the frame.
+inline void VectorGroups(CropForm form, const uint8_t* frame, const int32_t bases[4],
+                         const int32_t* list, int32_t groups, const Nv21LoadPlan8* plan,
+                         const bool* planned, uint8_t* r, uint8_t* g, uint8_t* b) {
+#if ZY_HAVE_AVX2_ROWS
+  if (form == CropForm::kAvx2) {
+    Nv21RowToRgb_AVX2(frame, bases, list, groups, r, g, b);
+    return;
+  }
+#endif
+  (void)form;
+#if ZY_HAVE_NEON
+  Nv21RowToRgb_NEON(frame, bases, list, groups, plan, planned, r, g, b);
+#else
+  (void)frame, (void)bases, (void)list, (void)groups, (void)plan, (void)planned, (void)r, (void)g,
+      (void)b;
+#endif
+}
+
 // Converts one crop row: entries in whole groups of eight with the eight-wide form, the rest
 // one at a time. Returns false (after logging) when an entry's index passes maxIndex; the
-// entries before it stay written. `plans`, when given, lets the fast form read the planned
-// groups by whole loads (the caller checks that they stay inside the frame).
+// *written entries before it stay written. `form` is the reference unless the row lies inside
+// the frame far enough for the form's reads; `plans`, when given, lets the NEON form read the
+// planned groups by whole loads (the caller checks that they stay inside the frame).
 template <bool kInside>
-bool ConvertRow(bool fast, const uint8_t* frame, int64_t frameBytes, const RowBases& rb,
+bool ConvertRow(CropForm form, const uint8_t* frame, int64_t frameBytes, const RowBases& rb,
                 const int32_t* list, int32_t n, int32_t maxIndex, bool belowMax,
-                const GroupPlans* plans, uint8_t* rowR, uint8_t* rowG, uint8_t* rowB) {
+                const GroupPlans* plans, uint8_t* rowR, uint8_t* rowG, uint8_t* rowB,
+                int32_t* written) {
   int32_t k = 0;
-#if ZY_HAVE_NEON
+  const bool vector = kInside && form != CropForm::kReference;
   const int32_t bases[4] = {rb.y0, rb.y1, rb.c0, rb.c1};
   const Nv21LoadPlan8* plan = plans != nullptr ? plans->plan : nullptr;
   const bool* planned = plans != nullptr ? plans->ok : nullptr;
-  if (fast && kInside && belowMax) {
+  if (vector && belowMax) {
     // No entry can fail its index test: all whole groups in one call.
     k = 8 * (n / 8);
-    Nv21RowToRgb_NEON(frame, bases, list, n / 8, plan, planned, rowR, rowG, rowB);
+    VectorGroups(form, frame, bases, list, n / 8, plan, planned, rowR, rowG, rowB);
   }
-#endif
   for (; k + 8 <= n; k += 8) {
     for (int i = 0; i < 8 && !belowMax; ++i) {
       const int32_t o = list[k + i];
       if (AboveMax(rb.y0, o, maxIndex) || AboveMax(rb.y1, o, maxIndex) ||
           AboveMax(rb.c0, o, maxIndex) || AboveMax(rb.c1, o, maxIndex)) {
         ZY_LOGE("Index out of yuv range!");
+        *written = k;
         return false;
       }
     }
-#if ZY_HAVE_NEON
-    if (fast && kInside) {
-      // Inside the frame the vector form gathers its bytes itself.
-      Nv21RowToRgb_NEON(frame, bases, list + k, 1, plan != nullptr ? plan + k / 8 : nullptr,
-                        planned != nullptr ? planned + k / 8 : nullptr, rowR + k, rowG + k, rowB + k);
+    if (vector) {
+      // Inside the frame the vector forms gather their bytes themselves.
+      VectorGroups(form, frame, bases, list + k, 1, plan != nullptr ? plan + k / 8 : nullptr,
+                   planned != nullptr ? planned + k / 8 : nullptr, rowR + k, rowG + k, rowB + k);
       continue;
     }
-#endif
     Nv21Group8 g;
     GatherGroup<kInside>(frame, frameBytes, rb, list + k, &g);
-#if ZY_HAVE_NEON
-    if (fast) {
-      Nv21Group8ToRgb_NEON(g, rowR + k, rowG + k, rowB + k);
-      continue;
-    }
-#else
-    (void)fast;
-    (void)plans;
-#endif
     Nv21Group8ToRgb_C(g, rowR + k, rowG + k, rowB + k);
   }
+#if ZY_HAVE_AVX2_ROWS
+  if (vector && belowMax && form == CropForm::kAvx2) {
+    if (k < n) Nv21OneFormToRgb_AVX2(frame, bases, list + k, n - k, rowR + k, rowG + k, rowB + k);
+    *written = n;
+    return true;
+  }
+#endif
 #if ZY_HAVE_NEON
-  if (fast && kInside && belowMax && n - k >= 4) {
+  if (vector && belowMax && n - k >= 4) {
     // The tail four at a time, the last four overlapping the first when fewer than eight
     // remain (the same form gives the overlapped pixels the same values).
     for (; k + 4 <= n; k += 4) Nv21OneFormToRgb4_NEON(frame, bases, list + k, rowR + k, rowG + k, rowB + k);
     if (k < n) Nv21OneFormToRgb4_NEON(frame, bases, list + n - 4, rowR + n - 4, rowG + n - 4, rowB + n - 4);
+    *written = n;
     return true;
   }
 #endif
@@ -215,6 +233,7 @@ bool ConvertRow(bool fast, const uint8_t* frame, int64_t frameBytes, const RowBa
     // The one-at-a-time form checks the luma rows only.
     if (!belowMax && (AboveMax(rb.y0, o, maxIndex) || AboveMax(rb.y1, o, maxIndex))) {
       ZY_LOGE("Index out of yuv range!");
+      *written = k;
       return false;
     }
     uint8_t rgb[3];
@@ -223,16 +242,41 @@ bool ConvertRow(bool fast, const uint8_t* frame, int64_t frameBytes, const RowBa
     rowG[k] = rgb[1];
     rowB[k] = rgb[2];
   }
+  *written = n;
   return true;
 }
 
-}  // namespace
+// Clears bytes [from, outW) of output row r in each of the three planes.
+inline void ClearRowFrom(uint8_t* dst, size_t plane, int32_t outW, uint32_t r, int32_t from) {
+  if (from >= outW) return;
+  const auto count = static_cast<size_t>(outW - from);
+  uint8_t* p = dst + static_cast<size_t>(r) * static_cast<size_t>(outW) + static_cast<size_t>(from);
+  for (int ch = 0; ch < 3; ++ch, p += plane) {
+    if (count == 1) {
+      *p = 0;
+    } else {
+      std::memset(p, 0, count);
+    }
+  }
+}
 
-uint32_t ProcThreeChannelDataWith(KernelChoice choice, const uint8_t* frame, uint32_t width,
-                                  int32_t height, uint8_t* dst, int32_t outW, uint32_t outH,
-                                  const int32_t imageRect[4], const int32_t validRect[4],
-                                  float scale) {
+// Clears output rows [r, outH) of each of the three planes.
+inline void ClearRowsFrom(uint8_t* dst, size_t plane, int32_t outW, uint32_t outH, uint32_t r) {
+  if (r >= outH) return;
+  const size_t at = static_cast<size_t>(r) * static_cast<size_t>(outW);
+  for (size_t ch = 0; ch < 3; ++ch) std::memset(dst + ch * plane + at, 0, plane - at);
+}
+
+// The three-channel path. With clearUnwritten, dst (outW * outH * 3 bytes, not null) ends
+// exactly as if it had been cleared before the call: every byte the path does not write is
+// set to 0, and only those.
+uint32_t ProcThreeChannel(CropForm form, const uint8_t* frame, uint32_t width, int32_t height,
+                          uint8_t* dst, int32_t outW, uint32_t outH, const int32_t imageRect[4],
+                          const int32_t validRect[4], float scale, bool clearUnwritten) {
+  const size_t plane =
+      outW > 0 ? static_cast<size_t>(outW) * static_cast<size_t>(outH) : 0;
   if (frame == nullptr || dst == nullptr || imageRect == nullptr || validRect == nullptr) {
+    if (clearUnwritten) ClearRowsFrom(dst, plane, outW, outH, 0);
     ZY_LOGE("%s: invalid input!", "ProcThreeChannelData");
     return kFail;
   }
@@ -253,7 +297,10 @@ uint32_t ProcThreeChannelDataWith(KernelChoice choice, const uint8_t* frame, uin
   int32_t* list = stackList;
   if (outW > kColumnListCapacity) {
     heapList = zy::NewArray<int32_t>(static_cast<size_t>(outW));
-    if (heapList == nullptr) return kFail;
+    if (heapList == nullptr) {
+      if (clearUnwritten) ClearRowsFrom(dst, plane, outW, outH, 0);
+      return kFail;
+    }
     list = heapList;
   }
   int32_t n = 0;
@@ -271,7 +318,6 @@ uint32_t ProcThreeChannelDataWith(KernelChoice choice, const uint8_t* frame, uin
 
   uint32_t result = 0;
   if (outH >= 1 && n > 0) {
-    const bool fast = UseFastKernels(choice);
     const int64_t frameBytes = Nv21Bytes(width, height);
     const int32_t maxIndex =
         static_cast<int32_t>(width * static_cast<uint32_t>(height) * 3u) / 2 - 2;
@@ -280,15 +326,18 @@ uint32_t ProcThreeChannelDataWith(KernelChoice choice, const uint8_t* frame, uin
     const int32_t chromaBase = Wrap32(
         static_cast<int64_t>(left) + static_cast<uint32_t>(width * static_cast<uint32_t>(height)) +
         zy::TruncToInt32Sat(static_cast<float>(top) * 0.5f * static_cast<float>(width)));
-    const size_t plane = static_cast<size_t>(outW) * outH;
     // Columns close together (windows up to about four times the output) are read by whole
-    // loads; the plans are made once for all rows.
+    // loads in the NEON form; the plans are made once for all rows.
     GroupPlans plans;
-    const bool planned = kLoadPlansPay && ZY_HAVE_NEON && fast && n <= kColumnListCapacity;
+    const bool planned =
+        kLoadPlansPay && form == CropForm::kNeon && n <= kColumnListCapacity;
     if (planned) MakeGroupPlans(list, n, &plans);
     for (uint32_t r = 0; r < outH; ++r) {
       const int32_t sy = FloorToInt32(static_cast<float>(r) * scale);
-      if (sy < startY || sy >= rowLimit - 1) continue;
+      if (sy < startY || sy >= rowLimit - 1) {
+        if (clearUnwritten) ClearRowFrom(dst, plane, outW, r, 0);
+        continue;
+      }
       const int32_t dy = Wrap32(static_cast<int64_t>(sy) - startY);
       RowBases rb;
       rb.y0 = Wrap32(lumaBase + static_cast<int64_t>(static_cast<uint32_t>(dy) * width));
@@ -301,21 +350,79 @@ uint32_t ProcThreeChannelDataWith(KernelChoice choice, const uint8_t* frame, uin
       // index tests of every entry of the row.
       const bool belowMax = inside && !AboveMax(rb.y0, omax, maxIndex) && !AboveMax(rb.y1, omax, maxIndex) &&
                             !AboveMax(rb.c0, omax, maxIndex) && !AboveMax(rb.c1, omax, maxIndex);
+      // The AVX2 rows read luma pairs as 32-bit words: two bytes more than the pairs.
+      const bool formReaches =
+          form != CropForm::kAvx2 ||
+          (rb.y0 + static_cast<int64_t>(omax) + kAvx2LumaReach <= frameBytes &&
+           rb.y1 + static_cast<int64_t>(omax) + kAvx2LumaReach <= frameBytes);
+      const CropForm rowForm = inside && formReaches ? form : CropForm::kReference;
       const GroupPlans* rowPlans =
           planned && inside && PlanLoadsInsideFrame(rb, plans, frameBytes) ? &plans : nullptr;
+      int32_t written = 0;
       const bool ok =
-          inside ? ConvertRow<true>(fast, frame, frameBytes, rb, list, n, maxIndex, belowMax,
-                                    rowPlans, rowR, rowR + plane, rowR + 2 * plane)
-                 : ConvertRow<false>(fast, frame, frameBytes, rb, list, n, maxIndex, false, nullptr,
-                                     rowR, rowR + plane, rowR + 2 * plane);
+          inside ? ConvertRow<true>(rowForm, frame, frameBytes, rb, list, n, maxIndex, belowMax,
+                                    rowPlans, rowR, rowR + plane, rowR + 2 * plane, &written)
+                 : ConvertRow<false>(rowForm, frame, frameBytes, rb, list, n, maxIndex, false,
+                                     nullptr, rowR, rowR + plane, rowR + 2 * plane, &written);
+      if (clearUnwritten) ClearRowFrom(dst, plane, outW, r, written);
       if (!ok) {
+        if (clearUnwritten) ClearRowsFrom(dst, plane, outW, outH, r + 1);
         result = kFail;
         break;
       }
     }
+  } else if (clearUnwritten) {
+    ClearRowsFrom(dst, plane, outW, outH, 0);
   }
   delete[] heapList;
   return result;
+}
+
+}  // namespace
+
+bool CropFormRuns(CropForm form) {
+  switch (form) {
+    case CropForm::kReference:
+      return true;
+    case CropForm::kNeon:
+      return ZY_HAVE_NEON != 0;
+    case CropForm::kAvx2:
+#if ZY_HAVE_AVX2_ROWS
+      return CpuHasAvx2();
+#else
+      return false;
+#endif
+  }
+  return false;
+}
+
+CropForm FastCropForm() {
+  if (CropFormRuns(CropForm::kAvx2)) return CropForm::kAvx2;
+  return ZY_HAVE_NEON ? CropForm::kNeon : CropForm::kReference;
+}
+
+namespace {
+CropForm FormOf(KernelChoice choice) {
+  return UseFastKernels(choice) ? FastCropForm() : CropForm::kReference;
+}
+// A form that does not run here falls back to the reference.
+CropForm Runnable(CropForm form) { return CropFormRuns(form) ? form : CropForm::kReference; }
+}  // namespace
+
+uint32_t ProcThreeChannelDataForm(CropForm form, const uint8_t* frame, uint32_t width,
+                                  int32_t height, uint8_t* dst, int32_t outW, uint32_t outH,
+                                  const int32_t imageRect[4], const int32_t validRect[4],
+                                  float scale) {
+  return ProcThreeChannel(Runnable(form), frame, width, height, dst, outW, outH, imageRect,
+                          validRect, scale, false);
+}
+
+uint32_t ProcThreeChannelDataWith(KernelChoice choice, const uint8_t* frame, uint32_t width,
+                                  int32_t height, uint8_t* dst, int32_t outW, uint32_t outH,
+                                  const int32_t imageRect[4], const int32_t validRect[4],
+                                  float scale) {
+  return ProcThreeChannel(FormOf(choice), frame, width, height, dst, outW, outH, imageRect,
+                          validRect, scale, false);
 }
 
 uint32_t ProcThreeChannelData(const uint8_t* frame, uint32_t width, int32_t height, uint8_t* dst,
@@ -369,9 +476,10 @@ void ProcOneChannelData(const uint8_t* frame, uint32_t width, uint8_t* dst, int3
                             imageRect, validRect, scale);
 }
 
-uint32_t CropResizeYuv2rgbAccWith(KernelChoice choice, const uint8_t* frame, uint32_t width,
+uint32_t CropResizeYuv2rgbAccForm(CropForm form, const uint8_t* frame, uint32_t width,
                                   uint32_t height, uint8_t* dst, const float roi[4], int32_t outW,
                                   uint32_t outH, uint32_t channels) {
+  form = Runnable(form);
   if (outW == 0) return kFail;
   if (roi == nullptr) return kFail;  // nothing to cut; dst untouched
 
@@ -382,6 +490,7 @@ uint32_t CropResizeYuv2rgbAccWith(KernelChoice choice, const uint8_t* frame, uin
 
   int32_t imageRect[4];  // left, top, right, bottom: frame pixels read (right, bottom exclusive)
   int32_t validRect[4];  // startX, startY, endX, endY: the same in crop coordinates
+  bool clearInPath = false;
   const int clearImage = zy::memset_s(imageRect, sizeof imageRect, 0, sizeof imageRect);
   const int clearValid = zy::memset_s(validRect, sizeof validRect, 0, sizeof validRect);
   if (clearImage == 0 && clearValid == 0) {
@@ -398,17 +507,21 @@ uint32_t CropResizeYuv2rgbAccWith(KernelChoice choice, const uint8_t* frame, uin
     validRect[2] = sx.end;
     validRect[3] = sy.end;
     // Padding: whatever the paths below do not write stays 0. A size that memset_s refuses
-    // (0, or above 2^31 - 1) leaves dst as it is.
+    // (0, or above 2^31 - 1) leaves dst as it is. The three-channel path clears just the
+    // bytes it does not write (nearly all of them it does).
     const uint64_t dstBytes = outW > 0 ? static_cast<uint64_t>(outW) * outH * channels : 0;
-    (void)zy::memset_s(dst, static_cast<size_t>(dstBytes), 0, static_cast<size_t>(dstBytes));
+    clearInPath = channels == 3 && dst != nullptr && dstBytes != 0 && dstBytes <= INT32_MAX;
+    if (!clearInPath) {
+      (void)zy::memset_s(dst, static_cast<size_t>(dstBytes), 0, static_cast<size_t>(dstBytes));
+    }
   }
 
   // One scale for both axes, from the width alone: callers pass a region whose aspect ratio
   // is outW : outH.
   const float scale = static_cast<float>(w) / static_cast<float>(outW);
   if (channels == 3) {
-    if (ProcThreeChannelDataWith(choice, frame, width, static_cast<int32_t>(height), dst, outW,
-                                 outH, imageRect, validRect, scale) != 0) {
+    if (ProcThreeChannel(form, frame, width, static_cast<int32_t>(height), dst, outW, outH,
+                         imageRect, validRect, scale, clearInPath) != 0) {
       ZY_LOGE("%s: ProcThreeChannelData failed!", "CropResizeYuv2rgbAcc");
       return kFail;
     }
@@ -420,6 +533,13 @@ uint32_t CropResizeYuv2rgbAccWith(KernelChoice choice, const uint8_t* frame, uin
                               outW, static_cast<int32_t>(outH), imageRect, validRect, scale);
   }
   return 0;
+}
+
+uint32_t CropResizeYuv2rgbAccWith(KernelChoice choice, const uint8_t* frame, uint32_t width,
+                                  uint32_t height, uint8_t* dst, const float roi[4], int32_t outW,
+                                  uint32_t outH, uint32_t channels) {
+  return CropResizeYuv2rgbAccForm(FormOf(choice), frame, width, height, dst, roi, outW, outH,
+                                  channels);
 }
 
 uint32_t CropResizeYuv2rgbAcc(const uint8_t* frame, uint32_t width, uint32_t height, uint8_t* dst,

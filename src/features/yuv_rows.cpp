@@ -62,22 +62,19 @@ void Nv21Group8ToRgb_C(const Nv21Group8& s, uint8_t* r, uint8_t* g, uint8_t* b) 
 }
 
 bool MakeNv21LoadPlan8(const int32_t o[8], Nv21LoadPlan8* plan) {
-  for (int h = 0; h < 2; ++h) {
-    const int32_t first = o[4 * h];
-    for (int i = 0; i < 4; ++i) {
-      // Offsets far apart (or out of order, which the crop never produces) take the fetches.
-      const int64_t rel = static_cast<int64_t>(o[4 * h + i]) - first;
-      if (rel < 0 || rel + 4 > kLoadPlanReach) return false;
-    }
+  for (int i = 0; i < 8; ++i) {
+    // Offsets far apart (or out of order, which the crop never produces) take the fetches.
+    const int64_t rel = static_cast<int64_t>(o[i]) - o[0];
+    if (rel < 0 || rel + 4 > kLoadPlanReach) return false;
   }
-  for (int h = 0; h < 2; ++h) {
-    for (int t = 0; t < 16; ++t) plan->luma[h][t] = 0xFF;
-    for (int i = 0; i < 4; ++i) {
-      const auto rel = static_cast<uint8_t>(o[4 * h + i] - o[4 * h]);
-      plan->luma[h][2 * i] = rel;
-      plan->luma[h][2 * i + 1] = static_cast<uint8_t>(rel + 1);
-      for (int t = 0; t < 4; ++t) plan->chroma[h][4 * i + t] = static_cast<uint8_t>(rel + t);
-    }
+  for (int i = 0; i < 8; ++i) {
+    const auto at = static_cast<uint8_t>(o[i] - o[0]);
+    plan->luma[i] = at;
+    plan->luma[8 + i] = static_cast<uint8_t>(at + 1);
+    plan->chroma[0][i] = at;
+    plan->chroma[0][8 + i] = static_cast<uint8_t>(at + 1);
+    plan->chroma[1][i] = static_cast<uint8_t>(at + 2);
+    plan->chroma[1][8 + i] = static_cast<uint8_t>(at + 3);
   }
   return true;
 }

@@ -28,54 +28,49 @@ inline uint8x16_t QuadAverage(uint8x16_t quads) {
   return vrhaddq_u8(quads, next);
 }
 
-// a + b and a - b modulo 2^16 per lane.
-inline int16x8_t AddWrap(int16x8_t a, int16x8_t b) {
-  return vreinterpretq_s16_u16(vaddq_u16(vreinterpretq_u16_s16(a), vreinterpretq_u16_s16(b)));
-}
-inline int16x8_t SubWrap(int16x8_t a, int16x8_t b) {
-  return vreinterpretq_s16_u16(vsubq_u16(vreinterpretq_u16_s16(a), vreinterpretq_u16_s16(b)));
+// The eight-wide form of eight pixels from their averaged luma, V and U bytes, written to
+// r, g, b. With y, v, u the bytes, y' = y - 16, v' = v - 128, u' = u - 128 and
+// (x - 16k) >> n = (x >> n) - 16k / 2^n for the shifts taken:
+//   R = 74 y + (y >> 1) + 102 v + (v >> 3) - 14264
+//   G = 74 y + (y >> 1) - 52 v - (v >> 4) - 25 u + 8672
+//   B = 74 y + (y >> 1) + 129 u + (u >> 3) - 17720
+// all modulo 2^16, as the form's sums are: widening multiplies and adds of the bytes, in
+// unsigned lanes where the wrap is defined. Read back as signed, clamp(x, 0, 16383) >> 6 is a
+// saturating narrowing shift (negatives give 0, anything above 16383 gives 255).
+inline void ConvertGroup(uint8x8_t y, uint8x8_t v, uint8x8_t u, uint8_t* r, uint8_t* g, uint8_t* b) {
+  const uint16x8_t luma = vaddw_u8(vmull_u8(y, vdup_n_u8(74)), vshr_n_u8(y, 1));
+  const uint16x8_t rs = vaddw_u8(vmlal_u8(vaddq_u16(luma, vdupq_n_u16(static_cast<uint16_t>(-14264))),
+                                          v, vdup_n_u8(102)),
+                                 vshr_n_u8(v, 3));
+  const uint16x8_t gs = vmlsl_u8(vsubw_u8(vmlsl_u8(vaddq_u16(luma, vdupq_n_u16(8672)), v, vdup_n_u8(52)),
+                                          vshr_n_u8(v, 4)),
+                                 u, vdup_n_u8(25));
+  const uint16x8_t bs = vaddw_u8(vmlal_u8(vaddq_u16(luma, vdupq_n_u16(static_cast<uint16_t>(-17720))),
+                                          u, vdup_n_u8(129)),
+                                 vshr_n_u8(u, 3));
+  vst1_u8(r, vqshrun_n_s16(vreinterpretq_s16_u16(rs), 6));
+  vst1_u8(g, vqshrun_n_s16(vreinterpretq_s16_u16(gs), 6));
+  vst1_u8(b, vqshrun_n_s16(vreinterpretq_s16_u16(bs), 6));
 }
 
-// clamp(x, 0, 16383) >> 6 of two vectors, narrowed to 16 bytes (a in 0..7, b in 8..15).
-inline uint8x16_t ClampShiftNarrow(int16x8_t a, int16x8_t b) {
-  return vcombine_u8(vqshrun_n_s16(a, 6), vqshrun_n_s16(b, 6));
-}
+// avg2 of the low and the high eight bytes.
+inline uint8x8_t HalvesAverage(uint8x16_t x) { return vrhadd_u8(vget_low_u8(x), vget_high_u8(x)); }
 
 // The conversion of a group from its six vectors: luma pairs of the top and bottom rows, and
 // the chroma quads of pixels 0..3 and 4..7 of both rows.
 inline void GroupToRgb(uint8x16_t lumaTop, uint8x16_t lumaBottom, uint8x16_t chromaTop03,
                        uint8x16_t chromaTop47, uint8x16_t chromaBottom03, uint8x16_t chromaBottom47,
                        uint8_t* r, uint8_t* g, uint8_t* b) {
-  // Luma: pairs first, then the two rows.
-  const uint16x8_t ya = vrhaddq_u16(PairAverage16(lumaTop), PairAverage16(lumaBottom));
-  // Chroma: the V and U pairs of each row first, then the two rows; pixels 0..3 and 4..7.
-  const uint8x16_t c03 = vrhaddq_u8(QuadAverage(chromaTop03), QuadAverage(chromaBottom03));
-  const uint8x16_t c47 = vrhaddq_u8(QuadAverage(chromaTop47), QuadAverage(chromaBottom47));
-  // The even 16-bit lanes hold (U << 8) | V of each pixel.
-  const uint16x8_t vu = vuzp1q_u16(vreinterpretq_u16_u8(c03), vreinterpretq_u16_u8(c47));
-  const uint16x8_t va = vandq_u16(vu, vdupq_n_u16(0xFF));
-  const uint16x8_t ua = vshrq_n_u16(vu, 8);
-
-  // Subtraction modulo 2^16, read back as signed: Y - 16 in -16..239, V/U - 128.
-  const int16x8_t yp = vreinterpretq_s16_u16(vsubq_u16(ya, vdupq_n_u16(16)));
-  const int16x8_t vp = vreinterpretq_s16_u16(vsubq_u16(va, vdupq_n_u16(128)));
-  const int16x8_t up = vreinterpretq_s16_u16(vsubq_u16(ua, vdupq_n_u16(128)));
-
-  // Lane arithmetic wraps in 16 bits: that wrap is part of this form's result. The sums and
-  // differences are made in unsigned lanes, where wrapping is defined in C++ too (arm_neon.h
-  // writes the signed ones as signed vector arithmetic); the products stay below 2^15.
-  const int16x8_t yc = AddWrap(vmulq_n_s16(yp, 74), vshrq_n_s16(yp, 1));
-  const int16x8_t rs = AddWrap(yc, AddWrap(vmulq_n_s16(vp, 102), vshrq_n_s16(vp, 3)));
-  const int16x8_t gs = SubWrap(SubWrap(SubWrap(yc, vmulq_n_s16(vp, 52)), vshrq_n_s16(vp, 4)),
-                               vmulq_n_s16(up, 25));
-  const int16x8_t bs = AddWrap(yc, AddWrap(vmulq_n_s16(up, 129), vshrq_n_s16(up, 3)));
-
-  // clamp(x, 0, 16383) >> 6 is a saturating narrowing shift: negatives give 0, anything
-  // above 16383 gives 255.
-  const uint8x16_t rg = ClampShiftNarrow(rs, gs);
-  vst1_u8(r, vget_low_u8(rg));
-  vst1_u8(g, vget_high_u8(rg));
-  vst1_u8(b, vqshrun_n_s16(bs, 6));
+  // Luma: first bytes of the top and bottom pairs against the second bytes, pairs first, then
+  // the two rows.
+  const uint8x8_t y = HalvesAverage(vrhaddq_u8(vuzp1q_u8(lumaTop, lumaBottom), vuzp2q_u8(lumaTop, lumaBottom)));
+  // Chroma: per row the (V, U) of each pixel against the next (V, U), then the two rows.
+  auto row = [](uint8x16_t q03, uint8x16_t q47) {
+    const uint16x8_t a = vreinterpretq_u16_u8(q03), c = vreinterpretq_u16_u8(q47);
+    return vrhaddq_u8(vreinterpretq_u8_u16(vuzp1q_u16(a, c)), vreinterpretq_u8_u16(vuzp2q_u16(a, c)));
+  };
+  const uint8x16_t vu = vrhaddq_u8(row(chromaTop03, chromaTop47), row(chromaBottom03, chromaBottom47));
+  ConvertGroup(y, vget_low_u8(vuzp1q_u8(vu, vu)), vget_low_u8(vuzp2q_u8(vu, vu)), r, g, b);
 }
 
 // Two bytes into 16-bit lane L, four into 32-bit lane L (a byte copy: the frame gives no
@@ -93,48 +88,46 @@ inline uint32x4_t Insert32(uint32x4_t v, const uint8_t* p) {
   return vsetq_lane_u32(x, v, L);
 }
 
-// Luma pairs: lanes 0..3 from base03 + o[0..3], lanes 4..7 from base47 + o[4..7].
-inline uint8x16_t GatherPairs(const uint8_t* frame, int64_t base03, int64_t base47, const int32_t o[8]) {
+// Luma pairs: lanes 0..3 from row03 + o[0..3], lanes 4..7 from row47 + o[4..7].
+inline uint8x16_t GatherPairs(const uint8_t* row03, const uint8_t* row47, const int32_t o[8]) {
   uint16x8_t v = vdupq_n_u16(0);
-  v = Insert16<0>(v, frame + (base03 + o[0]));
-  v = Insert16<1>(v, frame + (base03 + o[1]));
-  v = Insert16<2>(v, frame + (base03 + o[2]));
-  v = Insert16<3>(v, frame + (base03 + o[3]));
-  v = Insert16<4>(v, frame + (base47 + o[4]));
-  v = Insert16<5>(v, frame + (base47 + o[5]));
-  v = Insert16<6>(v, frame + (base47 + o[6]));
-  v = Insert16<7>(v, frame + (base47 + o[7]));
+  v = Insert16<0>(v, row03 + o[0]);
+  v = Insert16<1>(v, row03 + o[1]);
+  v = Insert16<2>(v, row03 + o[2]);
+  v = Insert16<3>(v, row03 + o[3]);
+  v = Insert16<4>(v, row47 + o[4]);
+  v = Insert16<5>(v, row47 + o[5]);
+  v = Insert16<6>(v, row47 + o[6]);
+  v = Insert16<7>(v, row47 + o[7]);
   return vreinterpretq_u8_u16(v);
 }
 
-inline uint8x16_t GatherQuads(const uint8_t* frame, int64_t base, const int32_t o[4]) {
+inline uint8x16_t GatherQuads(const uint8_t* row, const int32_t o[4]) {
   uint32x4_t v = vdupq_n_u32(0);
-  v = Insert32<0>(v, frame + (base + o[0]));
-  v = Insert32<1>(v, frame + (base + o[1]));
-  v = Insert32<2>(v, frame + (base + o[2]));
-  v = Insert32<3>(v, frame + (base + o[3]));
+  v = Insert32<0>(v, row + o[0]);
+  v = Insert32<1>(v, row + o[1]);
+  v = Insert32<2>(v, row + o[2]);
+  v = Insert32<3>(v, row + o[3]);
   return vreinterpretq_u8_u32(v);
 }
 
-// Half h's 16 bytes of the four rows, picked apart by the plan: luma pairs of pixels 4h..4h+3
-// in bytes 0..7, chroma quads in bytes 0..15.
-struct HalfGroup {
-  uint8x16_t lumaTop, lumaBottom, chromaTop, chromaBottom;
-};
-
-inline HalfGroup LoadHalf(const uint8_t* frame, const int32_t bases[4], int32_t o,
-                          const uint8x16_t lumaPick, const uint8x16_t chromaPick) {
-  HalfGroup g;
-  g.lumaTop = vqtbl1q_u8(vld1q_u8(frame + (static_cast<int64_t>(bases[0]) + o)), lumaPick);
-  g.lumaBottom = vqtbl1q_u8(vld1q_u8(frame + (static_cast<int64_t>(bases[1]) + o)), lumaPick);
-  g.chromaTop = vqtbl1q_u8(vld1q_u8(frame + (static_cast<int64_t>(bases[2]) + o)), chromaPick);
-  g.chromaBottom = vqtbl1q_u8(vld1q_u8(frame + (static_cast<int64_t>(bases[3]) + o)), chromaPick);
-  return g;
-}
-
-// The low eight bytes of a and of b.
-inline uint8x16_t JoinLow(uint8x16_t a, uint8x16_t b) {
-  return vreinterpretq_u8_u64(vzip1q_u64(vreinterpretq_u64_u8(a), vreinterpretq_u64_u8(b)));
+// A planned group: one 32-byte load per frame row at the group's first offset o0, picked
+// apart by the plan's tables (see MakeNv21LoadPlan8).
+inline void PlannedGroupToRgb(const uint8_t* const rows[4], int32_t o0, const Nv21LoadPlan8& plan,
+                              uint8_t* r, uint8_t* g, uint8_t* b) {
+  // Luma: per row the first bytes of the pairs against the second bytes, then the two rows.
+  const uint8x16_t lumaPick = vld1q_u8(plan.luma);
+  const uint8x8_t y = vrhadd_u8(HalvesAverage(vqtbl2q_u8(vld1q_u8_x2(rows[0] + o0), lumaPick)),
+                                HalvesAverage(vqtbl2q_u8(vld1q_u8_x2(rows[1] + o0), lumaPick)));
+  // Chroma: per row the V and U of each pixel (bytes 0..7 and 8..15) against the next V and
+  // U, then the two rows.
+  const uint8x16_t firstPick = vld1q_u8(plan.chroma[0]), nextPick = vld1q_u8(plan.chroma[1]);
+  const uint8x16x2_t top = vld1q_u8_x2(rows[2] + o0);
+  const uint8x16x2_t bottom = vld1q_u8_x2(rows[3] + o0);
+  const uint8x16_t vu =
+      vrhaddq_u8(vrhaddq_u8(vqtbl2q_u8(top, firstPick), vqtbl2q_u8(top, nextPick)),
+                 vrhaddq_u8(vqtbl2q_u8(bottom, firstPick), vqtbl2q_u8(bottom, nextPick)));
+  ConvertGroup(y, vget_low_u8(vu), vget_high_u8(vu), r, g, b);
 }
 
 }  // namespace
@@ -149,12 +142,13 @@ void Nv21OneFormToRgb4_NEON(const uint8_t* frame, const int32_t bases[4], const 
                             uint8_t* r, uint8_t* g, uint8_t* b) {
   // Luma pairs of the four pixels in lanes 0..3 (top row) and 4..7 (bottom row).
   const int32_t pairs[8] = {o[0], o[1], o[2], o[3], o[0], o[1], o[2], o[3]};
-  const uint16x8_t rows = PairAverage16(GatherPairs(frame, bases[0], bases[1], pairs));
+  const uint16x8_t rows = PairAverage16(
+      GatherPairs(frame + static_cast<int64_t>(bases[0]), frame + static_cast<int64_t>(bases[1]), pairs));
   // Lanes 0..3: the rounding average of the two rows' pair averages.
   const uint16x8_t ya = vrhaddq_u16(rows, vextq_u16(rows, rows, 4));
   // Chroma: byte 0 of each 32-bit lane the V average, byte 1 the U average.
-  const uint8x16_t c = vrhaddq_u8(QuadAverage(GatherQuads(frame, bases[2], o)),
-                                  QuadAverage(GatherQuads(frame, bases[3], o)));
+  const uint8x16_t c = vrhaddq_u8(QuadAverage(GatherQuads(frame + static_cast<int64_t>(bases[2]), o)),
+                                  QuadAverage(GatherQuads(frame + static_cast<int64_t>(bases[3]), o)));
   const uint32x4_t cw = vreinterpretq_u32_u8(c);
 
   // 10 fractional bits in 32-bit lanes, luma limited up to 16 first; no sum leaves int32.
@@ -185,21 +179,19 @@ void Nv21OneFormToRgb4_NEON(const uint8_t* frame, const int32_t bases[4], const 
 void Nv21RowToRgb_NEON(const uint8_t* frame, const int32_t bases[4], const int32_t* list,
                        int32_t groups, const Nv21LoadPlan8* plans, const bool* planned, uint8_t* r,
                        uint8_t* g, uint8_t* b) {
+  const uint8_t* const rows[4] = {frame + static_cast<int64_t>(bases[0]), frame + static_cast<int64_t>(bases[1]),
+                                  frame + static_cast<int64_t>(bases[2]), frame + static_cast<int64_t>(bases[3])};
   for (int32_t k = 0; k < groups; ++k) {
     const int32_t* o = list + 8 * k;
     uint8_t* rk = r + 8 * k;
     uint8_t* gk = g + 8 * k;
     uint8_t* bk = b + 8 * k;
     if (planned != nullptr && planned[k]) {
-      const Nv21LoadPlan8& plan = plans[k];
-      const HalfGroup lo = LoadHalf(frame, bases, o[0], vld1q_u8(plan.luma[0]), vld1q_u8(plan.chroma[0]));
-      const HalfGroup hi = LoadHalf(frame, bases, o[4], vld1q_u8(plan.luma[1]), vld1q_u8(plan.chroma[1]));
-      GroupToRgb(JoinLow(lo.lumaTop, hi.lumaTop), JoinLow(lo.lumaBottom, hi.lumaBottom), lo.chromaTop,
-                 hi.chromaTop, lo.chromaBottom, hi.chromaBottom, rk, gk, bk);
+      PlannedGroupToRgb(rows, o[0], plans[k], rk, gk, bk);
     } else {
-      GroupToRgb(GatherPairs(frame, bases[0], bases[0], o), GatherPairs(frame, bases[1], bases[1], o),
-                 GatherQuads(frame, bases[2], o), GatherQuads(frame, bases[2], o + 4),
-                 GatherQuads(frame, bases[3], o), GatherQuads(frame, bases[3], o + 4), rk, gk, bk);
+      GroupToRgb(GatherPairs(rows[0], rows[0], o), GatherPairs(rows[1], rows[1], o),
+                 GatherQuads(rows[2], o), GatherQuads(rows[2], o + 4), GatherQuads(rows[3], o),
+                 GatherQuads(rows[3], o + 4), rk, gk, bk);
     }
   }
 }
