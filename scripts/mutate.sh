@@ -26,6 +26,7 @@ total=$(grep -vc '^#' "$list")
 first=${1:-1}
 last=${2:-$total}
 suite_limit=${ZY_MUTATE_SUITE_SECONDS:-90}
+test_limit=${ZY_MUTATE_TEST_SECONDS:-30}  # per test; raise both on a machine shared with builds
 build_limit=${ZY_MUTATE_BUILD_SECONDS:-600}
 
 scripts/setup.sh test
@@ -42,7 +43,7 @@ cmake --build "$build" > /dev/null
 # The install test rebuilds a consumer project from scratch; it proves packaging, not behaviour.
 # ZY_MUTATE_EXCLUDE (a ctest regex) leaves more tests out: which mutants does the suite still
 # catch without them?
-suite=(ctest --test-dir "$build" -j2 --stop-on-failure --timeout 30 -E "^Install\.${ZY_MUTATE_EXCLUDE:+|$ZY_MUTATE_EXCLUDE}")
+suite=(ctest --test-dir "$build" -j2 --stop-on-failure --timeout "$test_limit" -E "^Install\.${ZY_MUTATE_EXCLUDE:+|$ZY_MUTATE_EXCLUDE}")
 echo "mutate: baseline suite"
 "${suite[@]}" > /dev/null || { echo "mutate: the suite fails without any mutant" >&2; exit 1; }
 
