@@ -38,7 +38,7 @@
 
 #include "frame_driver.h"
 #include "runtime/qtx.h"
-#include "support/moving_scene.h"
+#include "moving_scene.h"
 
 // Heap allocations of the whole process, the library's included (tests/support/counting_new.cpp).
 long HeapAllocations();

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "ZyBodyTracking.h"
-#include "support/moving_scene.h"
+#include "moving_scene.h"
 
 namespace zybench {
 

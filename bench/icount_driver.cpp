@@ -15,7 +15,7 @@
 #include <memory>
 #include <vector>
 
-#include "support/moving_scene.h"
+#include "moving_scene.h"
 #include "tracker/tracking_inp.h"
 
 int main(int argc, char** argv) {

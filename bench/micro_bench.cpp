@@ -14,7 +14,7 @@
 #include "features/yuv_rows.h"
 #include "frame_driver.h"
 #include "runtime/qtx.h"
-#include "support/moving_scene.h"
+#include "moving_scene.h"
 #include "tracker/tracker_ops.h"
 #include "tracker/tracking_inp.h"
 

@@ -51,7 +51,8 @@ objects() { find "$build/src" -name '*.o' -print0 | sort -z | xargs -0 sha1sum; 
 objects > "$build/objects.base"
 
 restore() { git checkout --quiet -- src; }
-trap restore EXIT INT TERM
+trap restore EXIT
+trap 'exit 130' INT TERM  # stop the run; the EXIT trap restores src/
 
 results="$build/results.tsv"
 : > "$results"

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <numeric>
 #include <regex>
 #include <string>
 #include <vector>
@@ -21,6 +22,13 @@ using Bytes = std::vector<uint8_t>;
 
 // Three bytes of v from byte at.
 Bytes Px(const Bytes& v, size_t at) { return Bytes(v.begin() + at, v.begin() + at + 3); }
+
+ParamOut Out(BodyInfo* bodies, int32_t bodyNum) {
+  ParamOut o{};
+  o.bodies = bodies;
+  o.bodyNum = bodyNum;
+  return o;
+}
 
 uint32_t Le(const Bytes& f, size_t at, int bytes) {
   uint32_t v = 0;
@@ -41,23 +49,18 @@ class DumpDir : public ::testing::Test {
     zy::FailNthAllocation(0);
     std::filesystem::remove_all(dir_);
   }
-  std::vector<std::string> Files() const {
-    std::vector<std::string> names;
-    for (const auto& e : std::filesystem::directory_iterator(dir_)) names.push_back(e.path().filename());
-    return names;
+  size_t Files() const {
+    return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(dir_), {}));
   }
   // Reads the directory's only file and removes it.
-  Bytes TakeOnlyFile(std::string* name = nullptr) const {
-    const auto names = Files();
-    if (names.size() != 1) {
-      ADD_FAILURE() << names.size() << " files in " << dir_;
-      return {};
-    }
-    if (name) *name = names[0];
-    const std::string path = dir_ + "/" + names[0];
+  Bytes TakeOnlyFile(std::string* name) const {
+    EXPECT_EQ(Files(), 1u);
+    if (Files() != 1) return {};
+    const std::filesystem::path path = std::filesystem::directory_iterator(dir_)->path();
+    *name = path.filename();
     std::ifstream in(path, std::ios::binary);
     Bytes f{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-    std::remove(path.c_str());
+    std::filesystem::remove(path);
     return f;
   }
   std::string dir_;
@@ -70,7 +73,7 @@ TEST_F(DumpDir, BmpHeadersRowsAndPaddingByWidth) {
   for (int w = 1; w <= 4; ++w) {
     SCOPED_TRACE(w);
     Bytes rgb(static_cast<size_t>(w) * h * 3);
-    for (size_t i = 0; i < rgb.size(); ++i) rgb[i] = static_cast<uint8_t>(10 + i);
+    std::iota(rgb.begin(), rgb.end(), uint8_t{10});
     std::string name = base_;
     ASSERT_EQ(save_bmp_file(name, rgb.data(), w, h, 3, 0, 42), 0);
     std::string file;
@@ -106,14 +109,14 @@ TEST_F(DumpDir, NameCarriesLocalTimeMillisecondsSizeAndRequestId) {
   ASSERT_EQ(save_bmp_file(name, px, 1, 1, 3, 0, 18446744073709551615ull), 0);
   EXPECT_TRUE(std::regex_match(name, std::regex(dir_ + "/x\\d{4}_\\d{6}_\\d{3}_w1_h1_reqId18446744073709551615\\.bmp")))
       << name;
-  char stamp[2][32];  // local time now or a second later
-  for (time_t k = 0; k < 2; ++k) {
-    const time_t t = now + k;
-    struct tm local {};
-    strftime(stamp[k], sizeof stamp[k], "%m%d_%H%M%S_", localtime_r(&t, &local));
-  }
+  struct tm local {};
+  char stamp[32];  // the local time: at most a second later
+  strftime(stamp, sizeof stamp, "%m%d_%H%M%S_", localtime_r(&now, &local));
+  const time_t later = now + 1;
+  char stampLater[32];
+  strftime(stampLater, sizeof stampLater, "%m%d_%H%M%S_", localtime_r(&later, &local));
   const std::string got = name.substr(dir_.size() + 2, 12);
-  EXPECT_TRUE(got == stamp[0] || got == stamp[1]) << got;
+  EXPECT_TRUE(got == stamp || got == stampLater) << got;
   struct tm t {};
   t.tm_mon = 2, t.tm_mday = 15, t.tm_hour = 14, t.tm_min = 25, t.tm_sec = 30;  // March 15th, 14:25:30
   char out[64];
@@ -172,10 +175,7 @@ TEST_F(DumpDir, DumpDrawsBoxesInGreenAndSkipsPixelsOutside) {
   bodies[0].roi = {1, 1, 4, 3};      // inside
   bodies[1].roi = {6, 4, 10, 9};     // runs off the right and bottom edges
   bodies[2].roi = {-3, -2, -1, -1};  // wholly outside
-  ParamOut out{};
-  out.bodies = bodies;
-  out.bodyNum = 3;
-  ASSERT_EQ(DumpTrackingResult(base_, yuv.data(), w, h, 2, out, 1), 0);
+  ASSERT_EQ(DumpTrackingResult(base_, yuv.data(), w, h, 2, Out(bodies, 3), 1), 0);
   std::string name;
   const Bytes f = TakeOnlyFile(&name);
   EXPECT_TRUE(std::regex_match(name, std::regex("x\\d{4}_\\d{6}_\\d{3}_w8_h6_reqId1\\.bmp")))
@@ -198,24 +198,15 @@ TEST_F(DumpDir, DumpRefusalsAndFailuresWriteNothing) {
   Bytes yuv(4 * 4 * 3 / 2, 128);
   BodyInfo bodies[1] = {};
   const uint8_t* y = yuv.data();
-  struct Case {
-    const uint8_t* yuv;
-    int w, h, chromaOrder, bodyNum;
-    BodyInfo* bodies;
-  } cases[] = {{y, 4, 4, 0, 1, bodies},  {y, 4, 4, 3, 1, bodies},  {nullptr, 4, 4, 1, 1, bodies},
+  struct Case { const uint8_t* yuv; int w, h, chromaOrder, bodyNum; BodyInfo* bodies; } cases[] = {{y, 4, 4, 0, 1, bodies},  {y, 4, 4, 3, 1, bodies},  {nullptr, 4, 4, 1, 1, bodies},
                {y, 0, 4, 1, 1, bodies},  {y, 4, -4, 1, 1, bodies}, {y, INT_MAX, 2, 1, 1, bodies},
                {y, 4, 4, 1, 31, bodies}, {y, 4, 4, 1, 1, nullptr}};
   for (const auto& c : cases) {
-    ParamOut out{};
-    out.bodies = c.bodies;
-    out.bodyNum = c.bodyNum;
-    EXPECT_EQ(DumpTrackingResult(base_, c.yuv, c.w, c.h, c.chromaOrder, out, 1), -1) << &c - cases;
+    EXPECT_EQ(DumpTrackingResult(base_, c.yuv, c.w, c.h, c.chromaOrder, Out(c.bodies, c.bodyNum), 1), -1) << &c - cases;
   }
   // The RGB copy failing is reported; the row buffer or the directory failing is not. A
   // directory that cannot take the file is found out before anything is allocated.
-  ParamOut out{};
-  out.bodies = bodies;
-  out.bodyNum = 1;
+  const ParamOut out = Out(bodies, 1);
   zy::FailNthAllocation(1);
   EXPECT_EQ(DumpTrackingResult(base_, yuv.data(), 4, 4, 1, out, 1), -1);
   zy::FailNthAllocation(2);
@@ -223,11 +214,10 @@ TEST_F(DumpDir, DumpRefusalsAndFailuresWriteNothing) {
   const long allocations = zy::AllocationCount();
   EXPECT_EQ(DumpTrackingResult(dir_ + "/missing/x", yuv.data(), 4, 4, 1, out, 1), 0);
   EXPECT_EQ(zy::AllocationCount(), allocations);
-  EXPECT_TRUE(Files().empty());
-  out.bodies = nullptr;  // nothing to draw needs no body array, nor does a count below 0
-  out.bodyNum = -1;
-  EXPECT_EQ(DumpTrackingResult(base_, yuv.data(), 4, 4, 1, out, 1), 0);
-  EXPECT_EQ(Files().size(), 1u);
+  EXPECT_EQ(Files(), 0u);
+  // Nothing to draw needs no body array, nor does a count below 0.
+  EXPECT_EQ(DumpTrackingResult(base_, yuv.data(), 4, 4, 1, Out(nullptr, -1), 1), 0);
+  EXPECT_EQ(Files(), 1u);
 }
 
 }  // namespace

@@ -1,7 +1,8 @@
 // The two colour forms, pinned by hand-computed values, and the eight-pixel group kernels and
-// the four-pixel tail kernel held equal to their one-pixel references over every (Y, U, V).
+// the four-pixel tail kernel held equal to their one-pixel forms over every (Y, U, V).
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 
 #include "features/yuv_rows.h"
@@ -17,10 +18,7 @@ Rgb Convert(void (*form)(uint8_t, uint8_t, uint8_t, uint8_t*), int y, int u, int
 }
 
 TEST(ColourForms, HandComputedValues) {
-  struct Case {
-    int y, u, v;
-    Rgb one, wide;
-  };
+  struct Case { int y, u, v; Rgb one, wide; };
   const Case cases[] = {
       // Black and white points: Y 16 -> 0; Y 235 -> 1192*219 >> 10 = 254, (74*219 + 109) >> 6.
       {16, 128, 128, {0, 0, 0}, {0, 0, 0}},
@@ -42,69 +40,47 @@ TEST(ColourForms, HandComputedValues) {
 }
 
 TEST(ColourForms, GroupKernelsEqualReferenceOverAllTriples) {
-  // Every (Y, U, V), eight at a time as flat 2x2 luma and chroma blocks, through the scalar
-  // group row and (when built) the NEON row: both must give the wide form's one-pixel value.
-  uint32_t mismatchC = 0, mismatchNeon = 0;
+  // Every (Y, U, V), eight at a time as flat 2x2 luma and chroma blocks: the scalar and (when
+  // built) NEON eight-pixel rows give the wide form's values; the NEON four-pixel tail, fed
+  // the same pixels from a four-row frame (luma top, luma bottom, chroma top, chroma bottom;
+  // pixel i at offset 4i), gives the one-at-a-time form's.
+  uint32_t mismatchC = 0, mismatchNeon = 0, mismatchTail = 0;
   for (uint32_t base = 0; base < (1u << 24); base += 8) {
     Nv21Group8 grp;
-    uint8_t ref[8][3], r[8], g[8], b[8];
+    uint8_t wide[8][3], one[8][3], r[8], g[8], b[8], frame[2][64];
     for (int i = 0; i < 8; ++i) {
       const uint32_t t = base + static_cast<uint32_t>(i);
-      const auto y = static_cast<uint8_t>(t >> 16), u = static_cast<uint8_t>(t >> 8),
-                 v = static_cast<uint8_t>(t);
-      grp.lumaTop[2 * i] = grp.lumaTop[2 * i + 1] = grp.lumaBottom[2 * i] =
-          grp.lumaBottom[2 * i + 1] = y;
-      for (uint8_t* c : {grp.chromaTop + 4 * i, grp.chromaBottom + 4 * i}) {
+      const auto y = static_cast<uint8_t>(t >> 16), u = static_cast<uint8_t>(t >> 8), v = static_cast<uint8_t>(t);
+      grp.lumaTop[2 * i] = grp.lumaTop[2 * i + 1] = grp.lumaBottom[2 * i] = grp.lumaBottom[2 * i + 1] = y;
+      for (uint8_t* c : {grp.chromaTop + 4 * i, grp.chromaBottom + 4 * i, &frame[i / 4][32 + 4 * (i % 4)],
+                         &frame[i / 4][48 + 4 * (i % 4)]}) {
         c[0] = c[2] = v;
         c[1] = c[3] = u;
       }
-      YuvToRgbWide(y, u, v, ref[i]);
+      for (int row = 0; row < 2; ++row) std::fill_n(&frame[i / 4][16 * row + 4 * (i % 4)], 4, y);
+      YuvToRgbWide(y, u, v, wide[i]);
+      YuvToRgbOne(y, u, v, one[i]);
     }
-    auto mismatches = [&] {
+    auto mismatches = [&](const uint8_t(*ref)[3], int from, int n) {
       uint32_t m = 0;
-      for (int i = 0; i < 8; ++i)
-        m += (r[i] != ref[i][0]) + (g[i] != ref[i][1]) + (b[i] != ref[i][2]);
+      for (int i = 0; i < n; ++i) m += (r[i] != ref[from + i][0]) + (g[i] != ref[from + i][1]) + (b[i] != ref[from + i][2]);
       return m;
     };
     Nv21Group8ToRgb_C(grp, r, g, b);
-    mismatchC += mismatches();
+    mismatchC += mismatches(wide, 0, 8);
 #if ZY_HAVE_NEON
     Nv21Group8ToRgb_NEON(grp, r, g, b);
-    mismatchNeon += mismatches();
+    mismatchNeon += mismatches(wide, 0, 8);
+    const int32_t bases[4] = {0, 16, 32, 48}, o[4] = {0, 4, 8, 12};
+    for (int half = 0; half < 2; ++half) {
+      Nv21OneFormToRgb4_NEON(frame[half], bases, o, r, g, b);
+      mismatchTail += mismatches(one, 4 * half, 4);
+    }
 #endif
   }
   EXPECT_EQ(mismatchC, 0u);
   EXPECT_EQ(mismatchNeon, 0u);
+  EXPECT_EQ(mismatchTail, 0u);
 }
-
-#if ZY_HAVE_NEON
-TEST(ColourForms, TailKernelEqualsOnePixelFormOverAllTriples) {
-  // Every (Y, U, V), four at a time as flat blocks in a four-row frame (luma top, luma bottom,
-  // chroma top, chroma bottom; pixel i at offset 4i): the one-at-a-time form's values.
-  uint32_t mismatches = 0;
-  const int32_t bases[4] = {0, 16, 32, 48};
-  const int32_t o[4] = {0, 4, 8, 12};
-  for (uint32_t base = 0; base < (1u << 24); base += 4) {
-    uint8_t frame[64];
-    uint8_t ref[4][3], r[4], g[4], b[4];
-    for (int i = 0; i < 4; ++i) {
-      const uint32_t t = base + static_cast<uint32_t>(i);
-      const auto y = static_cast<uint8_t>(t >> 16), u = static_cast<uint8_t>(t >> 8),
-                 v = static_cast<uint8_t>(t);
-      for (int row = 0; row < 2; ++row) {
-        uint8_t* l = frame + 16 * row + 4 * i;
-        l[0] = l[1] = l[2] = l[3] = y;
-        uint8_t* c = frame + 32 + 16 * row + 4 * i;
-        c[0] = c[2] = v;
-        c[1] = c[3] = u;
-      }
-      YuvToRgbOne(y, u, v, ref[i]);
-    }
-    Nv21OneFormToRgb4_NEON(frame, bases, o, r, g, b);
-    for (int i = 0; i < 4; ++i) mismatches += (r[i] != ref[i][0]) + (g[i] != ref[i][1]) + (b[i] != ref[i][2]);
-  }
-  EXPECT_EQ(mismatches, 0u);
-}
-#endif
 
 }  // namespace

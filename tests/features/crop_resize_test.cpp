@@ -88,74 +88,62 @@ void ExpectColour(const Crop& c, const std::function<bool(int, int, Rgb*)>& want
   }
 }
 
-TEST(CropResize, ScaledWindowIsFloorMapped) {
-  const TestFrame f(64, 48, 1);
-  // Scale 36 / 24 = 1.5 on both axes (the height does not enter it, it only ends the rows:
-  // crop rows 0..8 usable), floor-mapped: 24 entries, all in groups of eight.
-  const Crop c = CropOf(f, {8.9f, 6.2f, 36.7f, 10.f}, 24, 24, 3);
-  EXPECT_EQ(c.result, 0u);
-  ExpectColour(c, [&](int r, int k, Rgb* e) {
-    if (std::floor(static_cast<float>(r) * 1.5f) > 8) return false;
-    *e = f.Colour(8 + (static_cast<int>(std::floor(static_cast<float>(k) * 1.5f)) & ~1),
-                  6 + static_cast<int>(std::floor(static_cast<float>(r) * 1.5f)), true);
-    return true;
-  });
-}
-
-TEST(CropResize, FormChosenByPositionInRow) {
-  // Luma 255, U 250: B is 0 in the eight-wide form and 255 in the one-at-a-time form.
+// A frame of luma 255 and U 250, where the forms differ: B is 0 in the eight-wide form and
+// 255 in the one-at-a-time form.
+TestFrame FormFrame() {
   TestFrame f(64, 32, 0);
   for (size_t i = 0; i < f.px.size(); ++i) f.px[i] = i < 64 * 32 ? 255 : ((i & 1) ? 250 : 128);
-  for (int width : {8, 9, 24}) {
-    // Entries: 7 (all one at a time), 8 (one group), 23 (two groups and 7 more).
-    const auto side = static_cast<float>(width);
-    const Crop c = CropOf(f, {2.f, 2.f, side, side}, width, width, 3);
-    const int entries = width - 1, grouped = entries / 8 * 8;
-    for (int k = 0; k < width; ++k) {
-      const Rgb want =
-          k >= entries ? Rgb{0, 0, 0} : (k < grouped ? Rgb{255, 230, 0} : Rgb{255, 230, 255});
-      EXPECT_EQ(c.At(0, k), want) << "width " << width << " entry " << k;
-    }
-  }
+  return f;
 }
 
-TEST(CropResize, WindowsPastTheEdgesAndOddCorners) {
-  // 16 x 16 at scale 1. Output (r, k) for rows r0..r1 comes from frame row fy + r - r0: three
-  // channels pack the used columns from output column 0 (frame column fx + (k & ~1), entries
-  // 0-7 eight-wide) up to k1; one channel writes columns gk0..gk1 in place from frame column
-  // fx with no even alignment, rows up to g1 (g1 < 0: not checked). All else is 0.
-  const TestFrame f32(32, 24, 2), f40(40, 30, 4);
+TEST(CropResize, WindowsScalesEdgesOddCornersAndForms) {
+  // Output (r, k) for rows r0..r1 comes from frame row fy + floor((r - r0) * scale): three
+  // channels pack the used columns from output column 0 (frame column fx + (floor(k * scale)
+  // & ~1), the first `wide` entries eight-wide) up to k1; one channel writes columns gk0..gk1
+  // in place from frame column fx with no even alignment, rows up to g1 (g1 < 0: not
+  // checked). All else is 0.
+  const TestFrame f32(32, 24, 2), f40(40, 30, 4), f64(64, 48, 1), form = FormFrame();
   struct Case {
     const TestFrame* f;
     std::array<float, 4> roi;
-    int fx, fy, r0, r1, k1, g1, gk0, gk1;
+    int out;
+    float scale;
+    int fx, fy, r0, r1, k1, wide, g1, gk0, gk1;
   };
   const Case cases[] = {
       // Past left and top: crop columns 6.. and rows 4.. lie in the frame, 9 columns used.
-      {&f32, {-6.f, -4.f, 16.f, 16.f}, 0, 0, 4, 14, 8, 14, 6, 14},
+      {&f32, {-6.f, -4.f, 16.f, 16.f}, 16, 1.f, 0, 0, 4, 14, 8, 8, 14, 6, 14},
       // Past right (columns 0..10 usable) and reaching the last row: one channel uses rows
       // 0..8, three channels lose four more.
-      {&f32, {20.f, 14.f, 16.f, 16.f}, 20, 14, 0, 4, 10, 8, 0, 10},
+      {&f32, {20.f, 14.f, 16.f, 16.f}, 16, 1.f, 20, 14, 0, 4, 10, 8, 8, 0, 10},
       // A bottom one row short of the frame keeps every row; the last entry's chroma quad
       // runs two bytes past the frame's end, which read as 0.
-      {&f32, {16.f, 8.f, 16.f, 15.f}, 16, 8, 0, 13, 14, -1, 0, 0},
+      {&f32, {16.f, 8.f, 16.f, 15.f}, 16, 1.f, 16, 8, 0, 13, 14, 8, -1, 0, 0},
       // Odd left and top read one pixel earlier.
-      {&f40, {5.f, 3.f, 16.f, 16.f}, 4, 2, 0, 14, 14, 14, 0, 14},
+      {&f40, {5.f, 3.f, 16.f, 16.f}, 16, 1.f, 4, 2, 0, 14, 14, 8, 14, 0, 14},
+      // Scale 36 / 24 = 1.5 on both axes (the height does not enter it, it only ends the rows:
+      // crop rows 0..8 usable), floor-mapped: 24 entries, all in groups of eight.
+      {&f64, {8.9f, 6.2f, 36.7f, 10.f}, 24, 1.5f, 8, 6, 0, 5, 23, 24, -1, 0, 0},
+      // The form by position in the row: 7 entries all one at a time, 8 in one group, 23 in
+      // two groups and 7 more.
+      {&form, {2.f, 2.f, 8.f, 8.f}, 8, 1.f, 2, 2, 0, 6, 6, 0, -1, 0, 0},
+      {&form, {2.f, 2.f, 9.f, 9.f}, 9, 1.f, 2, 2, 0, 7, 7, 8, -1, 0, 0},
+      {&form, {2.f, 2.f, 24.f, 24.f}, 24, 1.f, 2, 2, 0, 22, 22, 16, -1, 0, 0},
   };
   for (const Case& c : cases) {
-    const Crop c3 = CropOf(*c.f, c.roi, 16, 16, 3), c1 = CropOf(*c.f, c.roi, 16, 16, 1);
-    for (int r = 0; r < 16; ++r) {
-      for (int k = 0; k < 16; ++k) {
+    SCOPED_TRACE(::testing::Message() << "roi " << c.roi[0] << "," << c.roi[1] << "," << c.roi[2]);
+    const Crop c3 = CropOf(*c.f, c.roi, c.out, c.out, 3), c1 = CropOf(*c.f, c.roi, c.out, c.out, 1);
+    EXPECT_EQ(c3.result, 0u);
+    auto at = [&](int i) { return static_cast<int>(std::floor(static_cast<float>(i) * c.scale)); };
+    for (int r = 0; r < c.out; ++r) {
+      for (int k = 0; k < c.out; ++k) {
         Rgb colour{0, 0, 0};
-        if (r >= c.r0 && r <= c.r1 && k <= c.k1)
-          colour = c.f->Colour(c.fx + (k & ~1), c.fy + r - c.r0, k < 8);
-        ASSERT_EQ(c3.At(r, k), colour)
-            << "roi " << c.roi[0] << "," << c.roi[1] << " row " << r << " column " << k;
+        if (r >= c.r0 && r <= c.r1 && k <= c.k1) colour = c.f->Colour(c.fx + (at(k) & ~1), c.fy + at(r - c.r0), k < c.wide);
+        ASSERT_EQ(c3.At(r, k), colour) << "row " << r << " column " << k;
         if (c.g1 < 0) continue;
         const bool grey = r >= c.r0 && r <= c.g1 && k >= c.gk0 && k <= c.gk1;
-        ASSERT_EQ(c1.px[static_cast<size_t>(r) * 16 + k],
-                  grey ? c.f->Grey(c.fx + k - c.gk0, c.fy + r - c.r0) : 0)
-            << "roi " << c.roi[0] << "," << c.roi[1] << " grey row " << r << " column " << k;
+        ASSERT_EQ(c1.px[static_cast<size_t>(r) * c.out + k], grey ? c.f->Grey(c.fx + k - c.gk0, c.fy + r - c.r0) : 0)
+            << "grey row " << r << " column " << k;
       }
     }
   }

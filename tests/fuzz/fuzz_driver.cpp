@@ -20,14 +20,13 @@ namespace {
   std::fprintf(stderr, "zy_fuzz: violated: %s (%ld)\n", what, detail);
   std::abort();
 }
-#define ZY_FUZZ_CHECK(cond, detail) \
-  ((cond) ? (void)0 : Violation(#cond, static_cast<long>(detail)))
+#define ZY_FUZZ_CHECK(cond, detail) ((cond) ? (void)0 : Violation(#cond, static_cast<long>(detail)))
 
-constexpr int kSlots = 2;             // handles alive at once
-constexpr int kMaxOps = 40;           // calls per input
-constexpr int kTrackerBudget = 160;   // body updates per input, to keep executions fast
-constexpr int kSceneMax = 33;         // a few more bodies than a frame may carry
-constexpr int64_t kHeapFrameMax = 1 << 20;  // larger frames are mapped, not allocated
+constexpr int kSlots = 2;                     // handles alive at once
+constexpr int kMaxOps = 40;                   // calls per input
+constexpr int kTrackerBudget = 160;           // body updates per input, to keep executions fast
+constexpr int kSceneMax = 33;                 // a few more bodies than a frame may carry
+constexpr int64_t kHeapFrameMax = 1 << 20;    // larger frames are mapped, not allocated
 constexpr int64_t kDumpFrameMax = 128 << 10;  // the dump converts the whole frame: keep it small
 constexpr uint8_t kReservedFill = 0xA5;
 constexpr uint8_t kOutFill = 0x5A;
@@ -37,19 +36,14 @@ class ByteReader {
  public:
   ByteReader(const uint8_t* p, size_t n) : p_(p), n_(n) {}
   bool Empty() const { return n_ == 0; }
-  uint8_t U8() {
-    if (n_ == 0) return 0;
-    --n_;
-    return *p_++;
-  }
+  uint8_t U8() { return n_ == 0 ? uint8_t{0} : (--n_, *p_++); }
   uint32_t Bits(int bytes) {
     uint32_t v = 0;
     for (int i = 0; i < bytes; ++i) v |= static_cast<uint32_t>(U8()) << (8 * i);
     return v;
   }
   int32_t I32() { return static_cast<int32_t>(Bits(4)); }
-  // lo..hi inclusive.
-  int32_t In(int32_t lo, int32_t hi) {
+  int32_t In(int32_t lo, int32_t hi) {  // lo..hi inclusive
     const uint64_t span = static_cast<uint64_t>(static_cast<int64_t>(hi) - lo) + 1;
     const uint32_t v = span > 256 ? (span > 65536 ? Bits(4) : Bits(2)) : U8();
     return static_cast<int32_t>(lo + static_cast<int64_t>(v % span));
@@ -61,9 +55,7 @@ class ByteReader {
 };
 
 struct Geometry {
-  int32_t width = 64;
-  int32_t height = 48;
-  int32_t stride = 64;
+  int32_t width = 64, height = 48, stride = 64;
 };
 
 // Bytes of the frame the geometry describes, or -1 when the geometry itself is invalid. The
@@ -73,82 +65,57 @@ int64_t FrameBytes(const Geometry& g) {
   if (g.height <= 0 || g.stride <= 0) return -1;
   return static_cast<int64_t>(g.stride) * g.height + static_cast<int64_t>(g.stride) * (g.height / 2);
 }
-bool GeometryAccepted(const Geometry& g) {
-  const int64_t b = FrameBytes(g);
-  return b >= 0 && b <= INT32_MAX;
-}
+bool GeometryAccepted(const Geometry& g) { return FrameBytes(g) >= 0 && FrameBytes(g) <= INT32_MAX; }
 
 // A geometry of at most maxBytes bytes of frame (a default one when the choice is larger);
 // invalid geometry is always allowed, the library must refuse it.
 Geometry ChooseGeometry(ByteReader& r, int64_t maxBytes) {
   Geometry g;
-  switch (r.U8() % 16) {
-    case 10:
-    case 11:  // tiny
-      g.width = r.In(1, 8);
-      g.height = r.In(1, 8);
-      g.stride = g.width + r.In(0, 3);
-      break;
-    case 12:  // anything
-      g.width = r.I32();
-      g.height = r.I32();
-      g.stride = r.I32();
-      break;
-    case 13:  // small numbers around the refusals
-      g.width = r.In(-3, 40);
-      g.height = r.In(-3, 40);
-      g.stride = r.In(-3, 48);
-      break;
-    case 14: {  // byte counts at the 32-bit limit
-      g.height = r.In(1, 65535);
-      const int64_t rows = g.height + g.height / 2;
-      const int64_t stride = INT32_MAX / rows + r.In(-1, 1);
-      g.stride = static_cast<int32_t>(stride > INT32_MAX ? INT32_MAX : stride);
-      g.width = g.stride - r.In(0, 7);
-      break;
-    }
-    case 15: {  // very wide and very short
-      g.height = r.In(1, 3);
-      const int64_t rows = g.height + g.height / 2;
-      g.stride = r.In(1 << 20, static_cast<int32_t>(INT32_MAX / rows));
-      g.width = g.stride - r.In(0, 3);
-      break;
-    }
-    default:  // ordinary
-      g.width = r.In(2, 256);
-      g.height = r.In(2, 192);
-      g.stride = g.width + r.In(0, 24);
-      break;
+  const uint8_t kind = r.U8() % 16;
+  if (kind == 10 || kind == 11) {  // tiny
+    g.width = r.In(1, 8);
+    g.height = r.In(1, 8);
+    g.stride = g.width + r.In(0, 3);
+  } else if (kind == 12) {  // anything
+    g.width = r.I32();
+    g.height = r.I32();
+    g.stride = r.I32();
+  } else if (kind == 13) {  // small numbers around the refusals
+    g.width = r.In(-3, 40);
+    g.height = r.In(-3, 40);
+    g.stride = r.In(-3, 48);
+  } else if (kind == 14) {  // byte counts at the 32-bit limit
+    g.height = r.In(1, 65535);
+    const int64_t stride = INT32_MAX / (g.height + g.height / 2) + r.In(-1, 1);
+    g.stride = static_cast<int32_t>(std::min<int64_t>(stride, INT32_MAX));
+    g.width = g.stride - r.In(0, 7);
+  } else if (kind == 15) {  // very wide and very short
+    g.height = r.In(1, 3);
+    g.stride = r.In(1 << 20, static_cast<int32_t>(INT32_MAX / (g.height + g.height / 2)));
+    g.width = g.stride - r.In(0, 3);
+  } else {  // ordinary
+    g.width = r.In(2, 256);
+    g.height = r.In(2, 192);
+    g.stride = g.width + r.In(0, 24);
   }
-  if (FrameBytes(g) > maxBytes) g = Geometry{};
-  return g;
+  return FrameBytes(g) > maxBytes ? Geometry{} : g;
 }
 
-// Exactly `bytes` bytes of frame: on the heap when small, else in a mapping whose last page
-// is followed by an inaccessible one, so a read past the end faults.
+// Exactly `bytes` bytes of frame: on the heap when small, else at the end of a mapping whose
+// last page is followed by an inaccessible one, so a read past the end faults.
 class FrameBuffer {
  public:
-  FrameBuffer() = default;
-  FrameBuffer(const FrameBuffer&) = delete;
-  FrameBuffer& operator=(const FrameBuffer&) = delete;
   ~FrameBuffer() { Release(); }
-
   uint8_t* Make(int64_t bytes) {
     Release();
-    if (bytes <= kHeapFrameMax) {
-      heap_ = static_cast<uint8_t*>(std::malloc(bytes > 0 ? static_cast<size_t>(bytes) : 1));
-      return heap_;
-    }
+    if (bytes <= kHeapFrameMax) return heap_ = static_cast<uint8_t*>(std::malloc(bytes > 0 ? static_cast<size_t>(bytes) : 1));
     const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     const size_t body = (static_cast<size_t>(bytes) + page - 1) / page * page;
     void* m = mmap(nullptr, body + 2 * page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (m == MAP_FAILED) return nullptr;
     map_ = static_cast<uint8_t*>(m);
     mapBytes_ = body + 2 * page;
-    if (mprotect(map_ + page, body, PROT_READ | PROT_WRITE) != 0) {
-      Release();
-      return nullptr;
-    }
+    if (mprotect(map_ + page, body, PROT_READ | PROT_WRITE) != 0) return Release(), nullptr;
     return map_ + page + (body - static_cast<size_t>(bytes));
   }
   bool OnHeap() const { return heap_ != nullptr; }
@@ -156,9 +123,8 @@ class FrameBuffer {
  private:
   void Release() {
     std::free(heap_);
-    heap_ = nullptr;
     if (map_ != nullptr) munmap(map_, mapBytes_);
-    map_ = nullptr;
+    heap_ = map_ = nullptr;
   }
   uint8_t* heap_ = nullptr;
   uint8_t* map_ = nullptr;
@@ -180,7 +146,8 @@ struct Scene {
 };
 
 // Keeps scene coordinates where float -> int conversions in the driver are defined.
-float Bounded(float v) { return v < -1e6f ? -1e6f : (v > 1e6f ? 1e6f : v); }
+float Bounded(float v) { return std::clamp(v, -1e6f, 1e6f); }
+int32_t Round(float v) { return static_cast<int32_t>(std::lround(Bounded(v))); }
 
 // Textured: the test background with textured bodies; flat: one grey; noise: every byte random.
 void Render(uint8_t* frame, const Geometry& g, const Scene& s) {
@@ -196,11 +163,13 @@ void Render(uint8_t* frame, const Geometry& g, const Scene& s) {
   for (int k = 0; k < s.n; ++k) DrawBody(f, s.body[k].x, s.body[k].y, s.body[k].w, s.body[k].h, s.body[k].seed);
 }
 
+// A side for bodies: the frame's when it is sensible, else a default.
+float Side(int32_t v, int32_t limit, int32_t fallback) { return static_cast<float>(v > 0 && v < limit ? v : fallback); }
+
 void AddBody(Scene& s, ByteReader& r, const Geometry& g) {
   if (s.n >= kSceneMax) return;
-  const int32_t W = g.width > 0 && g.width < 4096 ? g.width : 256;
-  const int32_t H = g.height > 0 && g.height < 4096 ? g.height : 192;
-  SceneBody b;
+  const int32_t W = static_cast<int32_t>(Side(g.width, 4096, 256)), H = static_cast<int32_t>(Side(g.height, 4096, 192));
+  SceneBody& b = s.body[s.n++];
   b.w = static_cast<float>(r.In(1, W));
   b.h = static_cast<float>(r.In(1, H));
   b.x = static_cast<float>(r.In(-W / 4, W));
@@ -210,38 +179,26 @@ void AddBody(Scene& s, ByteReader& r, const Geometry& g) {
   b.seed = r.Bits(4) | 1u;
   b.classId = r.In(0, 3);
   b.extra = r.Bits(4);
-  s.body[s.n++] = b;
 }
 
 // Puts a body at, on or past one of the frame's edges, or sets it racing.
 void PushToEdge(Scene& s, ByteReader& r, const Geometry& g) {
   if (s.n == 0) return;
   SceneBody& b = s.body[r.In(0, s.n - 1)];
-  const float W = static_cast<float>(g.width > 0 && g.width < 1 << 24 ? g.width : 256);
-  const float H = static_cast<float>(g.height > 0 && g.height < 1 << 24 ? g.height : 192);
+  const float W = Side(g.width, 1 << 24, 256), H = Side(g.height, 1 << 24, 192);
   switch (r.U8() % 8) {
     case 0: b.x = 1 - b.w; break;
     case 1: b.x = W - 1; break;
     case 2: b.y = 1 - b.h; break;
     case 3: b.y = H - 1; break;
-    case 4: b.x = 0; b.y = 0; break;
+    case 4: b.x = b.y = 0; break;
     case 5: b.x = -3 * b.w; break;
-    case 6: b.w = W; b.h = H; b.x = 0; b.y = 0; break;
+    case 6: b = SceneBody{0, 0, W, H, b.vx, b.vy, b.seed, b.classId, b.extra}; break;
     default:
       b.vx = static_cast<float>(r.In(-60, 60));
       b.vy = static_cast<float>(r.In(-60, 60));
-      break;
   }
 }
-
-void Step(Scene& s) {
-  for (int k = 0; k < s.n; ++k) {
-    s.body[k].x = Bounded(s.body[k].x + s.body[k].vx);
-    s.body[k].y = Bounded(s.body[k].y + s.body[k].vy);
-  }
-}
-
-int32_t Round(float v) { return static_cast<int32_t>(std::lround(Bounded(v))); }
 
 // A coordinate a careless or hostile caller might send.
 int32_t WildCoordinate(ByteReader& r, int32_t limit) {
@@ -259,15 +216,9 @@ int32_t WildCoordinate(ByteReader& r, int32_t limit) {
 struct Slot {
   AlgoHandle* handle = nullptr;
   bool dump = false;
-  int32_t bodies = 0;         // bodies the handle tracks now, as the caller sees it
+  int32_t bodies = 0;              // bodies the handle tracks now, as the caller sees it
   BodyInfo last[MAX_INPLACE_NUM];  // the previous accepted frame's output
-  ParamOut* out = nullptr;    // exactly one record, exactly 30 entries behind it
-};
-
-// Byte ranges of the caller's records that belong to the caller alone.
-struct Span {
-  uint8_t* p;
-  size_t n;
+  ParamOut* out = nullptr;         // exactly one record, exactly 30 entries behind it
 };
 
 class Driver {
@@ -282,8 +233,7 @@ class Driver {
       s.out->bodyNum = -99;
       std::memset(s.last, 0, sizeof s.last);
     }
-    in_ = static_cast<ParamIn*>(std::malloc(sizeof(ParamIn)));
-    std::memset(in_, 0, sizeof(ParamIn));
+    in_ = static_cast<ParamIn*>(std::calloc(1, sizeof(ParamIn)));
   }
   ~Driver() {
     for (Slot& s : slots_) {
@@ -305,8 +255,11 @@ class Driver {
       Slot& s = slots_[r_.U8() % kSlots];
       switch (r_.U8() % 12) {
         case 0: Create(s); break;
-        case 1: Start(s); break;
-        case 2: Reset(s); break;
+        case 1: Check(StartKoTrackingAlgo(s.handle) == (s.handle != nullptr ? 0 : 1)); break;
+        case 2:
+          Check(ResetKoTrackingAlgo(s.handle) == (s.handle != nullptr ? 0 : -1));
+          if (s.handle != nullptr) s.bodies = 0;
+          break;
         case 3: Destroy(s); break;
         case 4:
         case 5: SceneFrame(s, true); break;
@@ -314,20 +267,19 @@ class Driver {
         case 7: SceneFrame(s, false); break;
         case 8: WildFrame(s); break;
         case 9: NullFrame(s); break;
-        case 10: SetGeometry(ChooseGeometry(r_, AnyDump() ? kDumpFrameMax : INT64_MAX)); break;
+        case 10: SetGeometry(ChooseGeometry(r_, slots_[0].dump || slots_[1].dump ? kDumpFrameMax : INT64_MAX)); break;
         default: EditScene(); break;
       }
     }
   }
 
  private:
-  bool AnyDump() const { return slots_[0].dump || slots_[1].dump; }
+  static void Check(bool ok) { ZY_FUZZ_CHECK(ok, 0); }
 
   void SetGeometry(const Geometry& g) {
     geometry_ = g;
-    frameBytes_ = FrameBytes(g);
     // Geometry the library refuses gets a token buffer: nothing may be read from it.
-    image_ = frame_.Make(GeometryAccepted(g) ? frameBytes_ : 1);
+    image_ = frame_.Make(GeometryAccepted(g) ? FrameBytes(g) : 1);
     rendered_ = false;
   }
 
@@ -336,58 +288,31 @@ class Driver {
       case 0:
       case 1: AddBody(scene_, r_, geometry_); break;
       case 2:
-        if (scene_.n > 0) {
-          const int k = r_.In(0, scene_.n - 1);
-          scene_.body[k] = scene_.body[--scene_.n];
-        }
+        if (scene_.n > 0) scene_.body[r_.In(0, scene_.n - 1)] = scene_.body[scene_.n - 1], --scene_.n;
         break;
       case 3: PushToEdge(scene_, r_, geometry_); break;
       default:
         scene_.content = static_cast<uint8_t>(r_.U8() % 3);
         scene_.background = r_.Bits(4);
-        break;
     }
     rendered_ = false;
   }
 
   void Create(Slot& s) {
-    if (r_.U8() % 16 == 0) {
-      ZY_FUZZ_CHECK(CreateKoTrackingAlgo(nullptr) == 1, 0);
-      return;
-    }
+    if (r_.U8() % 16 == 0) return Check(CreateKoTrackingAlgo(nullptr) == 1);
     if (s.handle != nullptr) return;  // a real caller keeps its handle
     const uint8_t switches = r_.U8();
-    const bool dump = dumpAllowed_ && (switches & 1) != 0 && frameBytes_ <= kDumpFrameMax;
-    setenv("vendor.zyObjectTracking.dumpimg", dump ? "1" : "0", 1);
+    s.dump = dumpAllowed_ && (switches & 1) != 0 && FrameBytes(geometry_) <= kDumpFrameMax;
+    setenv("vendor.zyObjectTracking.dumpimg", s.dump ? "1" : "0", 1);
     setenv("vendor.zyObjectTracking.printlog", (switches & 2) ? "1" : "0", 1);
-    AlgoHandle* h = nullptr;
-    ZY_FUZZ_CHECK(CreateKoTrackingAlgo(&h) == 0, 0);
-    ZY_FUZZ_CHECK(h != nullptr, 0);
-    s.handle = h;
-    s.dump = dump;
+    Check(CreateKoTrackingAlgo(&s.handle) == 0 && s.handle != nullptr);
     s.bodies = 0;
   }
 
-  void Start(Slot& s) {
-    const int32_t rc = StartKoTrackingAlgo(s.handle);
-    ZY_FUZZ_CHECK(rc == (s.handle != nullptr ? 0 : 1), rc);
-  }
-
-  void Reset(Slot& s) {
-    const int32_t rc = ResetKoTrackingAlgo(s.handle);
-    ZY_FUZZ_CHECK(rc == (s.handle != nullptr ? 0 : -1), rc);
-    if (s.handle != nullptr) s.bodies = 0;
-  }
-
   void Destroy(Slot& s) {
-    if (r_.U8() % 8 == 0) {
-      ZY_FUZZ_CHECK(DestroyKoTrackingAlgo(nullptr) == -1, 0);
-      return;
-    }
-    const bool had = s.handle != nullptr;
-    const int32_t rc = DestroyKoTrackingAlgo(&s.handle);
-    ZY_FUZZ_CHECK(rc == (had ? 0 : -1), rc);
-    ZY_FUZZ_CHECK(s.handle == nullptr, 0);
+    if (r_.U8() % 8 == 0) return Check(DestroyKoTrackingAlgo(nullptr) == -1);
+    const int32_t expected = s.handle != nullptr ? 0 : -1;
+    Check(DestroyKoTrackingAlgo(&s.handle) == expected && s.handle == nullptr);
     s.dump = false;
     s.bodies = 0;
   }
@@ -395,35 +320,27 @@ class Driver {
   // The caller's body array: exactly `entries` records.
   BodyInfo* MakeBodies(int32_t entries) {
     std::free(inBodies_);
-    inBodies_ = static_cast<BodyInfo*>(std::malloc(sizeof(BodyInfo) * static_cast<size_t>(entries)));
     inEntries_ = entries;
-    return inBodies_;
-  }
-
-  void PrepareImage() {
-    if (!rendered_ && image_ != nullptr && frame_.OnHeap() && GeometryAccepted(geometry_)) {
-      Render(image_, geometry_, scene_);
-    }
-    rendered_ = true;
+    return inBodies_ = static_cast<BodyInfo*>(std::malloc(sizeof(BodyInfo) * static_cast<size_t>(entries)));
   }
 
   // A frame built from the scene: re-initialisation from its (jittered) boxes, or tracking
   // after moving it.
   void SceneFrame(Slot& s, bool first) {
-    if (!first) {
-      Step(scene_);
-      rendered_ = false;
+    for (int k = 0; k < scene_.n && !first; ++k) {
+      scene_.body[k].x = Bounded(scene_.body[k].x + scene_.body[k].vx);
+      scene_.body[k].y = Bounded(scene_.body[k].y + scene_.body[k].vy);
     }
-    const int32_t n = scene_.n;
-    BodyInfo* bodies = MakeBodies(n);
-    for (int32_t i = 0; i < n; ++i) {
+    rendered_ = rendered_ && first;
+    BodyInfo* bodies = MakeBodies(scene_.n);
+    for (int32_t i = 0; i < scene_.n; ++i) {
       const SceneBody& b = scene_.body[i];
       const int32_t jitter = r_.In(-2, 2);
       bodies[i] = BodyInfo{b.classId, r_.In(-1, 31),
                            {Round(b.x) + jitter, Round(b.y) - jitter, Round(b.x + b.w) - 1, Round(b.y + b.h) - 1},
                            b.extra ^ static_cast<uint32_t>(frameCount_)};
     }
-    Frame(s, first ? 1 : 0, n, -1);
+    Frame(s, first ? 1 : 0, scene_.n, -1);
   }
 
   // A frame whose body count and boxes come straight from the input.
@@ -431,7 +348,7 @@ class Driver {
     const uint8_t flag = r_.U8() % 4 == 0 ? 0 : r_.U8();
     const int32_t n = r_.U8() % 4 == 0 ? r_.I32() : r_.In(-3, 33);
     // The array holds what the count promises, up to the most any frame may use plus a few.
-    const int32_t entries = n < 0 ? 0 : (n > kSceneMax ? kSceneMax : n);
+    const int32_t entries = std::clamp(n, 0, kSceneMax);
     BodyInfo* bodies = MakeBodies(entries);
     // Braced initialisers are evaluated in order: class, identity, left, top, right, bottom, extra.
     for (int32_t i = 0; i < entries; ++i) {
@@ -445,8 +362,7 @@ class Driver {
 
   // A frame with one null pointer where the interface wants a valid one.
   void NullFrame(Slot& s) {
-    MakeBodies(scene_.n);
-    for (int32_t i = 0; i < scene_.n; ++i) std::memset(&inBodies_[i], 0, sizeof(BodyInfo));
+    std::memset(MakeBodies(scene_.n), 0, sizeof(BodyInfo) * static_cast<size_t>(scene_.n));
     const uint8_t flag = r_.U8() & 1;
     Frame(s, flag, scene_.n, r_.U8() % 6);
   }
@@ -461,11 +377,13 @@ class Driver {
       if (budget_ < work) return;
       budget_ -= work;
     }
-    PrepareImage();
-    const Span reserved[] = {{in_->reserved0, sizeof in_->reserved0},     {in_->reserved1, sizeof in_->reserved1},
-                             {in_->reserved2, sizeof in_->reserved2},     {in_->reserved3, sizeof in_->reserved3},
-                             {s.out->reserved0, sizeof s.out->reserved0}, {s.out->reserved1, sizeof s.out->reserved1}};
-    for (const Span& r : reserved) std::memset(r.p, kReservedFill, r.n);
+    if (!rendered_ && image_ != nullptr && frame_.OnHeap() && GeometryAccepted(geometry_)) Render(image_, geometry_, scene_);
+    rendered_ = true;
+    uint8_t* const reserved[][2] = {{in_->reserved0, std::end(in_->reserved0)}, {in_->reserved1, std::end(in_->reserved1)},
+                                    {in_->reserved2, std::end(in_->reserved2)}, {in_->reserved3, std::end(in_->reserved3)},
+                                    {s.out->reserved0, std::end(s.out->reserved0)},
+                                    {s.out->reserved1, std::end(s.out->reserved1)}};
+    for (const auto& r : reserved) std::fill(r[0], r[1], kReservedFill);
     in_->width = geometry_.width;
     in_->height = geometry_.height;
     in_->stride = geometry_.stride;
@@ -476,24 +394,16 @@ class Driver {
     BodyInfo* outBodies = s.out->bodies;
     ParamOut outBefore;
     std::memcpy(&outBefore, s.out, sizeof outBefore);
-    BodyInfo outBodiesBefore[MAX_INPLACE_NUM];
+    BodyInfo outBodiesBefore[MAX_INPLACE_NUM], inBefore[kSceneMax];
     std::memcpy(outBodiesBefore, outBodies, sizeof outBodiesBefore);
-    BodyInfo inBefore[kSceneMax];
     const size_t inBytes = sizeof(BodyInfo) * static_cast<size_t>(inEntries_);
     std::memcpy(inBefore, inBodies_, inBytes);
-
-    AlgoHandle* handle = s.handle;
-    ParamIn* in = in_;
-    ParamOut* out = s.out;
-    switch (nullWhich) {
-      case 0: handle = nullptr; break;
-      case 1: in = nullptr; break;
-      case 2: out = nullptr; break;
-      case 3: in_->image = nullptr; break;
-      case 4: in_->bodies = nullptr; break;
-      case 5: s.out->bodies = nullptr; break;
-      default: break;
-    }
+    AlgoHandle* handle = nullWhich == 0 ? nullptr : s.handle;
+    ParamIn* in = nullWhich == 1 ? nullptr : in_;
+    ParamOut* out = nullWhich == 2 ? nullptr : s.out;
+    if (nullWhich == 3) in_->image = nullptr;
+    if (nullWhich == 4) in_->bodies = nullptr;
+    if (nullWhich == 5) s.out->bodies = nullptr;
     // Body arrays matter only for the entries the frame reads or writes.
     const int32_t written = flag ? n : (s.bodies <= MAX_INPLACE_NUM ? s.bodies : 0);
     const int32_t read = flag ? n : std::min(written, n);
@@ -502,62 +412,43 @@ class Driver {
     const int32_t rc = ProcessKoTrackingAlgo(handle, in, out);
     ++frameCount_;
     s.out->bodies = outBodies;  // put back what a null variant took away
-
     ZY_FUZZ_CHECK(rc == (nulled ? 1 : 0), rc);
-    for (const Span& r : reserved) {
-      ZY_FUZZ_CHECK(std::all_of(r.p, r.p + r.n, [](uint8_t b) { return b == kReservedFill; }), &r - reserved);
+    for (const auto& r : reserved) {
+      ZY_FUZZ_CHECK(std::all_of(r[0], r[1], [](uint8_t b) { return b == kReservedFill; }), &r - reserved);
     }
-
+    const bool inKept = std::memcmp(inBefore, inBodies_, inBytes) == 0;
     if (nulled || !geometryOk) {
       ZY_FUZZ_CHECK(std::memcmp(&outBefore, s.out, sizeof outBefore) == 0, flag);
       ZY_FUZZ_CHECK(std::memcmp(outBodiesBefore, outBodies, sizeof outBodiesBefore) == 0, flag);
-      ZY_FUZZ_CHECK(std::memcmp(inBefore, inBodies_, inBytes) == 0, flag);
+      ZY_FUZZ_CHECK(inKept, flag);
       return;
     }
-    if (flag != 0) {
-      CheckReinit(s, n, outBodiesBefore);
-    } else {
-      ZY_FUZZ_CHECK(std::memcmp(inBefore, inBodies_, inBytes) == 0, 0);
-      CheckTracking(s, n, outBodiesBefore);
-    }
-    if (s.bodies > 0) std::memcpy(s.last, outBodies, sizeof(BodyInfo) * static_cast<size_t>(s.bodies));
-  }
-
-  void CheckReinit(Slot& s, int32_t n, const BodyInfo* outBefore) {
-    s.bodies = n;
-    ZY_FUZZ_CHECK(s.out->bodyNum == n, s.out->bodyNum);
-    const BodyInfo* outBodies = s.out->bodies;
-    for (int32_t i = 0; i < MAX_INPLACE_NUM; ++i) {
-      bool copied = false;
-      if (i < n) {
-        const BodyRoi& b = inBodies_[i].roi;
-        const float w = static_cast<float>(b.right) - static_cast<float>(b.left);
-        const float h = static_cast<float>(b.bottom) - static_cast<float>(b.top);
-        copied = !(w <= 0 || h <= 0 || w > static_cast<float>(geometry_.width) ||
-                   h > static_cast<float>(geometry_.height));
-      }
-      const BodyInfo& expected = copied ? inBodies_[i] : outBefore[i];
-      ZY_FUZZ_CHECK(std::memcmp(&outBodies[i], &expected, sizeof(BodyInfo)) == 0, i);
-    }
-  }
-
-  void CheckTracking(Slot& s, int32_t n, const BodyInfo* outBefore) {
-    const BodyInfo* o = s.out->bodies;
+    ZY_FUZZ_CHECK(flag != 0 || inKept, 0);
+    if (flag != 0) s.bodies = n;
     ZY_FUZZ_CHECK(s.out->bodyNum == s.bodies, s.out->bodyNum);
     for (int32_t i = 0; i < MAX_INPLACE_NUM; ++i) {
-      if (i >= s.bodies) {
-        ZY_FUZZ_CHECK(std::memcmp(&o[i], &outBefore[i], sizeof(BodyInfo)) == 0, i);
-        continue;
+      const BodyInfo& o = outBodies[i];
+      if (flag != 0) {  // a valid body is copied, a skipped or absent entry keeps what it held
+        bool copied = false;
+        if (i < n) {
+          const BodyRoi& b = inBodies_[i].roi;
+          const float w = static_cast<float>(b.right) - static_cast<float>(b.left);
+          const float h = static_cast<float>(b.bottom) - static_cast<float>(b.top);
+          copied = !(w <= 0 || h <= 0 || w > static_cast<float>(geometry_.width) || h > static_cast<float>(geometry_.height));
+        }
+        ZY_FUZZ_CHECK(std::memcmp(&o, copied ? &inBodies_[i] : &outBodiesBefore[i], sizeof(BodyInfo)) == 0, i);
+      } else if (i >= s.bodies) {
+        ZY_FUZZ_CHECK(std::memcmp(&o, &outBodiesBefore[i], sizeof(BodyInfo)) == 0, i);
+      } else {  // tracked: inside the frame (stride x height), class, identity and extra carried over
+        ZY_FUZZ_CHECK(o.roi.left >= 0 && o.roi.left < geometry_.stride, o.roi.left);
+        ZY_FUZZ_CHECK(o.roi.right >= 0 && o.roi.right < geometry_.stride, o.roi.right);
+        ZY_FUZZ_CHECK(o.roi.top >= 0 && o.roi.top < geometry_.height, o.roi.top);
+        ZY_FUZZ_CHECK(o.roi.bottom >= 0 && o.roi.bottom < geometry_.height, o.roi.bottom);
+        ZY_FUZZ_CHECK(o.classId == s.last[i].classId && o.bodyId == s.last[i].bodyId, i);
+        ZY_FUZZ_CHECK(o.extra == (i < n ? inBodies_[i].extra : s.last[i].extra), i);
       }
-      const BodyRoi& b = o[i].roi;
-      ZY_FUZZ_CHECK(b.left >= 0 && b.left < geometry_.stride, b.left);
-      ZY_FUZZ_CHECK(b.right >= 0 && b.right < geometry_.stride, b.right);
-      ZY_FUZZ_CHECK(b.top >= 0 && b.top < geometry_.height, b.top);
-      ZY_FUZZ_CHECK(b.bottom >= 0 && b.bottom < geometry_.height, b.bottom);
-      ZY_FUZZ_CHECK(o[i].classId == s.last[i].classId && o[i].bodyId == s.last[i].bodyId, i);
-      const uint32_t extra = i < n ? inBodies_[i].extra : s.last[i].extra;
-      ZY_FUZZ_CHECK(o[i].extra == extra, i);
     }
+    if (s.bodies > 0) std::memcpy(s.last, outBodies, sizeof(BodyInfo) * static_cast<size_t>(s.bodies));
   }
 
   ByteReader& r_;
@@ -566,14 +457,11 @@ class Driver {
   BodyInfo* inBodies_ = nullptr;
   int32_t inEntries_ = 0;
   Geometry geometry_;
-  int64_t frameBytes_ = 0;
   FrameBuffer frame_;
   uint8_t* image_ = nullptr;
-  bool rendered_ = false;
-  bool dumpAllowed_ = false;
+  bool rendered_ = false, dumpAllowed_ = false;
   Scene scene_;
-  int budget_ = kTrackerBudget;
-  int frameCount_ = 0;
+  int budget_ = kTrackerBudget, frameCount_ = 0;
 };
 
 void DropLine(const __android_logger_data*, const char*) {}
@@ -581,18 +469,12 @@ void DropLine(const __android_logger_data*, const char*) {}
 }  // namespace
 
 void ZyFuzzQuietLog(bool on) {
-  if (on) {
-    __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
-    __android_log_set_logger(DropLine);
-  } else {
-    __android_log_set_logger(__android_log_stderr_logger);
-    __android_log_set_minimum_priority(ANDROID_LOG_INFO);
-  }
+  __android_log_set_logger(on ? DropLine : __android_log_stderr_logger);
+  __android_log_set_minimum_priority(on ? ANDROID_LOG_VERBOSE : ANDROID_LOG_INFO);
 }
 
 int ZyFuzzOneInput(const uint8_t* data, size_t size) {
   ByteReader r(data, size);
-  Driver d(r);
-  d.Run();
+  Driver(r).Run();
   return 0;
 }

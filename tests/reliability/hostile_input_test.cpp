@@ -1,38 +1,43 @@
 // Calls a careless or hostile caller could make: each is refused with one error line and
-// changes nothing when it would touch memory the library does not own, and otherwise runs
-// as any frame.
+// changes nothing when it would touch memory the library does not own, and otherwise runs as
+// any frame. The stored fuzz inputs (the seed corpus and the inputs that once found a fault)
+// replay through the fuzz driver, whose checks abort on a violation.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <limits>
 #include <string>
 #include <vector>
 
 #include "api/algo_handle.h"
-#include "tracker/tracking_inp.h"
+#include "fuzz_driver.h"
 #include "scene.h"
 #include "support/log_capture.h"
+#include "tracker/tracking_inp.h"
 
 namespace {
 
 constexpr int kW = 320;
 constexpr int kH = 240;
 
-void AddTwoBodies(SceneCaller& c) {
+SceneCaller& Open(SceneCaller& c) {
+  EXPECT_EQ(c.Open(), 0);
   c.AddBody({40, 60, 48, 96, 2.0f, 0.5f, 11, 1});
   c.AddBody({200, 80, 40, 80, -1.5f, 0.0f, 12, 2});
+  return c;
 }
 
 // The caller's body records and the handle's state (previous bodies, identity queue, tracker
 // boxes), byte for byte.
 std::vector<uint8_t> State(const SceneCaller& c) {
   std::vector<uint8_t> s;
-  const auto add = [&s](const void* p, size_t n) {
-    const auto* bytes = static_cast<const uint8_t*>(p);
-    s.insert(s.end(), bytes, bytes + n);
-  };
+  const auto add = [&s](const void* p, size_t n) { s.insert(s.end(), static_cast<const uint8_t*>(p), static_cast<const uint8_t*>(p) + n); };
   add(c.outBodies, sizeof c.outBodies);
   add(c.inBodies, sizeof c.inBodies);
   add(c.handle->lastBodyInfo, sizeof(BodyInfo) * MAX_INPLACE_NUM);
@@ -55,9 +60,7 @@ TEST(HostileInput, EdgeFramesAreRefusedOnlyWhenUnsafe) {
     bool first;
     int32_t result;
     const char* line;  // the one error line of a refusal; nullptr for an accepted frame
-    int32_t outBodyNum;
-    int32_t ids[2];      // identities the call leaves in the caller's two bodies
-    int32_t nextIds[2];
+    int32_t outBodyNum, ids[2], nextIds[2];  // ids: what the call leaves in the caller's bodies
   };
   const char* kNull = "ProcessKoTrackingAlgo input params is NULL, error! \n";
   const Case cases[] = {
@@ -75,7 +78,6 @@ TEST(HostileInput, EdgeFramesAreRefusedOnlyWhenUnsafe) {
        "ProcessKoTrackingAlgo frame of 65536 x 21846 (stride 65536) is too large", 2, {77, 77}, {1, 2}},
       {"31 bodies", EDIT((in->bodies = many.data(), in->bodyNum = 31)), true, 0,
        "ProcessKoTrackingAlgo bodyNum 31 is outside 0..30", 2, {77, 77}, {1, 2}},
-      // Below 0 the loop over the bodies would step through negative indices.
       {"negative count", EDIT(in->bodyNum = INT32_MIN), true, 0,
        "ProcessKoTrackingAlgo bodyNum -2147483648 is outside 0..30", 2, {77, 77}, {1, 2}},
       // Accepted: nothing is read or written through null arrays when there are no bodies,
@@ -93,12 +95,9 @@ TEST(HostileInput, EdgeFramesAreRefusedOnlyWhenUnsafe) {
   for (const Case& k : cases) {
     SCOPED_TRACE(k.what);
     SceneCaller c(kW, kH, kW, 3);
-    ASSERT_EQ(c.Open(), 0);
-    AddTwoBodies(c);
-    ASSERT_EQ(c.Reinit(), 0);
+    ASSERT_EQ(Open(c).Reinit(), 0);
     ASSERT_EQ(c.Track(), 0);
-    // Bodies the caller would send next, with identities only a re-initialisation overwrites.
-    for (BodyInfo& b : c.inBodies) b.bodyId = 77;
+    for (BodyInfo& b : c.inBodies) b.bodyId = 77;  // only a re-initialisation overwrites these
     std::vector<BodyInfo> many(31, c.inBodies[0]);
     const std::vector<uint8_t> before = State(c);
     const BodyInfo outBefore[2] = {c.outBodies[0], c.outBodies[1]};
@@ -111,14 +110,13 @@ TEST(HostileInput, EdgeFramesAreRefusedOnlyWhenUnsafe) {
     k.edit(inArg, outArg, many);
     LogCapture log;
     EXPECT_EQ(ProcessKoTrackingAlgo(c.handle, inArg, outArg), k.result);
-    EXPECT_EQ(out.bodyNum, k.outBodyNum);
-    EXPECT_EQ(c.inBodies[0].bodyId, k.ids[0]);
-    EXPECT_EQ(c.inBodies[1].bodyId, k.ids[1]);
+    EXPECT_EQ((std::vector<int32_t>{out.bodyNum, c.inBodies[0].bodyId, c.inBodies[1].bodyId}),
+              (std::vector<int32_t>{k.outBodyNum, k.ids[0], k.ids[1]}));
     for (const BodyInfo& b : many) EXPECT_EQ(b.bodyId, 77);
+    const std::vector<LogLine> lines = log.Lines();
+    const long errors = std::count_if(lines.begin(), lines.end(), [](const LogLine& l) { return l.prio >= ANDROID_LOG_ERROR; });
     if (k.line != nullptr) {
       EXPECT_EQ(log.Count(k.line, ANDROID_LOG_ERROR), 1);
-      int errors = 0;
-      for (const LogLine& l : log.Lines()) errors += l.prio >= ANDROID_LOG_ERROR;
       EXPECT_EQ(errors, 1);
       EXPECT_TRUE(State(c) == before);
     } else if (in.width <= 0) {
@@ -128,30 +126,28 @@ TEST(HostileInput, EdgeFramesAreRefusedOnlyWhenUnsafe) {
       for (int i = 0; i < 2; ++i) EXPECT_LT(c.outBodies[i].roi.right, in.stride);
     }
     ASSERT_EQ(c.Reinit(), 0);
-    EXPECT_EQ(c.inBodies[0].bodyId, k.nextIds[0]);
-    EXPECT_EQ(c.inBodies[1].bodyId, k.nextIds[1]);
+    EXPECT_EQ((std::vector<int32_t>{c.inBodies[0].bodyId, c.inBodies[1].bodyId}),
+              (std::vector<int32_t>{k.nextIds[0], k.nextIds[1]}));
   }
 }
 
 // Boxes anywhere the int32 range allows: refused when wider or taller than the frame,
-// otherwise tracked, and every tracked box comes back inside the frame.
-TEST(HostileInput, BoxesFarOutsideTheFrameComeBackInside) {
+// otherwise tracked, and every tracked box comes back inside the frame; then tracker states
+// run off to infinity or NaN (a scale grown by 1.05 on every one of some 1,800 frames would):
+// every conversion to pixels saturates and the boxes still come back inside.
+TEST(HostileInput, BoxesAndTrackerStatesFarOutsideTheFrameComeBackInside) {
   const BodyRoi boxes[] = {
-      {INT32_MIN, INT32_MIN, INT32_MAX, INT32_MAX},      // refused: wider than the frame
-      {2000000000, 5, 2000000100, 90},                   // far right
-      {-2000000100, -2000000100, -2000000000, -2000000000},  // far up and left
-      {-30, -30, 10, 10},                                // over the top-left corner
-      {kW - 5, kH - 5, kW + 40, kH + 40},                // over the bottom-right corner
-      {0, 0, kW, kH},                                    // the whole frame
-      {kW - 1, 0, kW, 1},                                // one pixel at the right edge
-      {INT32_MAX - 64, INT32_MAX - 64, INT32_MAX, INT32_MAX},
-      {INT32_MIN, INT32_MIN, INT32_MIN + 128, INT32_MIN + 128},
+      {INT32_MIN, INT32_MIN, INT32_MAX, INT32_MAX},  // refused: wider than the frame
+      {2000000000, 5, 2000000100, 90}, {-2000000100, -2000000100, -2000000000, -2000000000},
+      {-30, -30, 10, 10}, {kW - 5, kH - 5, kW + 40, kH + 40}, {0, 0, kW, kH}, {kW - 1, 0, kW, 1},
+      {INT32_MAX - 64, INT32_MAX - 64, INT32_MAX, INT32_MAX}, {INT32_MIN, INT32_MIN, INT32_MIN + 128, INT32_MIN + 128},
   };
+  const float inf = std::numeric_limits<float>::infinity(), nan = std::numeric_limits<float>::quiet_NaN();
+  const TrackerRoi states[] = {{inf, inf, inf, inf}, {-inf, -inf, inf, inf}, {nan, nan, nan, nan},
+                               {3e38f, -3e38f, 3e38f, 3e38f}, {10, 10, -inf, nan}};
   SceneCaller c(kW, kH, kW + 16, 5);
-  ASSERT_EQ(c.Open(), 0);
-  AddTwoBodies(c);
-  c.Render();
-  const int n = static_cast<int>(sizeof boxes / sizeof boxes[0]);
+  Open(c).Render();
+  const int n = static_cast<int>(std::size(boxes));
   for (int i = 0; i < n; ++i) c.inBodies[i] = BodyInfo{1, 0, boxes[i], static_cast<uint32_t>(i)};
   c.in.bodyNum = n;
   c.in.isFirstFrame = 1;
@@ -159,34 +155,16 @@ TEST(HostileInput, BoxesFarOutsideTheFrameComeBackInside) {
   ASSERT_EQ(ProcessKoTrackingAlgo(c.handle, &c.in, &c.out), 0);
   EXPECT_EQ(log.Count("ParamIn body roi width or height is error!", ANDROID_LOG_ERROR), 1);
   EXPECT_EQ(c.out.bodyNum, n);
-  for (int frame = 0; frame < 6; ++frame) {
-    c.in.isFirstFrame = 0;
+  c.in.isFirstFrame = 0;
+  for (int frame = 0; frame < 6 + static_cast<int>(std::size(states)); ++frame) {
+    if (frame >= 6) {
+      for (int i : {1, 2}) c.handle->koTrackingInp[i]->roi = c.handle->koTrackingInp[i]->lastRoi = states[frame - 6];
+      c.handle->koTrackingInp[2]->scale = frame % 2 ? 1e30f : nan;
+    }
     ASSERT_EQ(ProcessKoTrackingAlgo(c.handle, &c.in, &c.out), 0);
     ASSERT_EQ(c.out.bodyNum, n);
     EXPECT_TRUE(OutputInsideFrame(c)) << "frame " << frame;
     for (int i = 1; i < n; ++i) EXPECT_EQ(c.outBodies[i].extra, static_cast<uint32_t>(i));
-  }
-}
-
-// A tracker whose state has run off to infinity or NaN (a scale grown by 1.05 on every one of
-// some 1,800 frames would): every conversion of it to pixels saturates, nothing is read
-// outside the frame, and the boxes come back inside it.
-TEST(HostileInput, TrackerStateAtInfinityOrNaNStaysInsideTheFrame) {
-  const float inf = std::numeric_limits<float>::infinity();
-  const float nan = std::numeric_limits<float>::quiet_NaN();
-  const TrackerRoi states[] = {{inf, inf, inf, inf}, {-inf, -inf, inf, inf}, {nan, nan, nan, nan},
-                               {3e38f, -3e38f, 3e38f, 3e38f}, {10, 10, -inf, nan}};
-  SceneCaller c(kW, kH, kW, 9);
-  ASSERT_EQ(c.Open(), 0);
-  AddTwoBodies(c);
-  ASSERT_EQ(c.Reinit(), 0);
-  for (const TrackerRoi& r : states) {
-    for (TrackingInp* t : {c.handle->koTrackingInp[0], c.handle->koTrackingInp[1]}) {
-      t->roi = t->lastRoi = r;
-    }
-    c.handle->koTrackingInp[1]->scale = r.x == r.x ? 1e30f : nan;
-    ASSERT_EQ(c.Track(), 0);
-    EXPECT_TRUE(OutputInsideFrame(c));
   }
 }
 
@@ -214,29 +192,35 @@ TEST(HostileInput, VeryWideFrameKeepsTheSearchWindowPositive) {
   constexpr int32_t kWide = 900000000;
   void* map = mmap(nullptr, kWide, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
   ASSERT_NE(map, MAP_FAILED);
-  AlgoHandle* h = nullptr;
-  ASSERT_EQ(CreateKoTrackingAlgo(&h), 0);
-  ASSERT_EQ(StartKoTrackingAlgo(h), 0);
-  ParamIn in{};
-  ParamOut out{};
-  BodyInfo body{1, 0, {0, 0, kWide, 1}, 0};
-  BodyInfo outBodies[MAX_INPLACE_NUM] = {};
-  in.width = in.stride = kWide;
-  in.height = 1;
-  in.image = static_cast<const uint8_t*>(map);
-  in.bodies = &body;
-  in.bodyNum = 1;
-  in.isFirstFrame = 1;
-  out.bodies = outBodies;
-  ASSERT_EQ(ProcessKoTrackingAlgo(h, &in, &out), 0);
-  EXPECT_EQ(h->koTrackingInp[0]->scale, 2.0f / 64.0f);
-  in.isFirstFrame = 0;
-  ASSERT_EQ(ProcessKoTrackingAlgo(h, &in, &out), 0);
-  EXPECT_GE(outBodies[0].roi.left, 0);
-  EXPECT_LT(outBodies[0].roi.right, kWide);
-  EXPECT_EQ(outBodies[0].roi.bottom, 0);
-  ASSERT_EQ(DestroyKoTrackingAlgo(&h), 0);
+  SceneCaller c(1, 1, 1, 1);
+  ASSERT_EQ(c.Open(), 0);
+  c.in.width = c.in.stride = kWide;
+  c.in.image = static_cast<const uint8_t*>(map);
+  c.inBodies[0] = BodyInfo{1, 0, {0, 0, kWide, 1}, 0};
+  c.in.bodyNum = c.in.isFirstFrame = 1;
+  ASSERT_EQ(ProcessKoTrackingAlgo(c.handle, &c.in, &c.out), 0);
+  EXPECT_EQ(c.handle->koTrackingInp[0]->scale, 2.0f / 64.0f);
+  c.in.isFirstFrame = 0;
+  ASSERT_EQ(ProcessKoTrackingAlgo(c.handle, &c.in, &c.out), 0);
+  EXPECT_TRUE(OutputInsideFrame(c));
+  ASSERT_EQ(c.Destroy(), 0);
   munmap(map, kWide);
+}
+
+TEST(FuzzInputs, StoredInputsReplayClean) {
+  ZyFuzzQuietLog(true);
+  for (const auto& [dir, atLeast] : {std::pair{"/regressions", 1}, {"/corpus", 20}}) {
+    std::vector<std::filesystem::path> files;
+    for (const auto& e : std::filesystem::directory_iterator(std::string(ZY_FUZZ_DIR) + dir)) files.push_back(e.path());
+    EXPECT_GE(files.size(), static_cast<size_t>(atLeast)) << dir;
+    std::sort(files.begin(), files.end());
+    for (const auto& f : files) {
+      std::ifstream in(f, std::ios::binary);
+      const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+      ZyFuzzOneInput(bytes.data(), bytes.size());  // a violation aborts with its check on stderr
+    }
+  }
+  ZyFuzzQuietLog(false);
 }
 
 }  // namespace

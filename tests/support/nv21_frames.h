@@ -1,7 +1,7 @@
 // Synthetic NV21 frames for the tests, the fuzzer, the soak and the benchmarks: one hash, one
 // generator and one texture, a textured background and textured rectangular bodies whose
-// texture moves with them, all deterministic from seeds. Whole moving scenes build on these
-// (support/moving_scene.h).
+// texture moves with them, all deterministic from seeds. The benchmarks' whole moving scenes
+// (bench/moving_scene.h) build on these.
 #pragma once
 
 #include <cstddef>

@@ -158,19 +158,6 @@ TEST(Metrics, ClearMotAndIdentityOnHandMadeRuns) {
   }
 }
 
-// The synthetic scene is the same for the same seed, another for another, and moves.
-TEST(Scene, ReproducibleFromItsSeed) {
-  cv::Mat frame[3];
-  std::vector<TruthBox> truth[3];
-  for (int k = 0; k < 3; ++k) SyntheticScene(SceneOf(320, 180, 5, 10, k == 2 ? 43 : 42)).Render(7, &frame[k], &truth[k]);
-  ASSERT_EQ(truth[0].size(), 5u);
-  EXPECT_EQ(cv::norm(frame[0], frame[1], cv::NORM_INF), 0.0);
-  EXPECT_EQ(truth[0][4].box.x, truth[1][4].box.x);
-  EXPECT_GT(cv::norm(frame[0], frame[2], cv::NORM_L1), 0.0);
-  SyntheticScene(SceneOf(320, 180, 5, 10, 42)).Render(8, &frame[1], &truth[1]);
-  EXPECT_NE(truth[0][0].box.x, truth[1][0].box.x);
-}
-
 TEST(Frames, ImpossibleInputsAreReported) {
   std::string why;
   EXPECT_EQ(OpenVideo("/nonexistent/video.avi", &why), nullptr);

@@ -1,4 +1,4 @@
-// Whole synthetic scenes, for the benchmarks and the golden boxes' peers: textured bodies moving
+// Whole synthetic scenes for the benchmarks: textured bodies moving
 // over a background (a photo when one is given, else the procedural texture of
 // support/nv21_frames.h), rendered straight into NV21 with the true box of every body on every
 // frame. Everything is deterministic from the seed.

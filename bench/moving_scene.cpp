@@ -1,4 +1,4 @@
-#include "support/moving_scene.h"
+#include "moving_scene.h"
 
 #include <algorithm>
 #include <cmath>
