@@ -38,7 +38,27 @@ void CopyFrame(TrackingInp& t, const FrameView& frame) {
 
 }  // namespace
 
-void locatePeak(const float* response, int32_t sx, int32_t sy, float* peakValue, float res[2]) {
+namespace {
+
+// The sub-cell refinement around the peak at (row, col) and the displacement from the centre.
+void RefinePeak(const float* response, int32_t sx, int32_t sy, int32_t row, int32_t col, float p,
+                float res[2]) {
+  float px = static_cast<float>(col);
+  float py = static_cast<float>(row);
+  // Refinement only away from the border of each axis.
+  if (col >= 1 && col < sx - 1) {
+    px += SubCellOffset(response[row * sx + col - 1], p, response[row * sx + col + 1]);
+  }
+  if (row >= 1 && row < sy - 1) {
+    py += SubCellOffset(response[(row - 1) * sx + col], p, response[(row + 1) * sx + col]);
+  }
+  res[0] = px - static_cast<float>(sx) * 0.5f;
+  res[1] = py - static_cast<float>(sy) * 0.5f;
+}
+
+}  // namespace
+
+void locatePeakReference(const float* response, int32_t sx, int32_t sy, float* peakValue, float res[2]) {
   // First strict maximum in row-major order, from 0.0 at (0, 0), compared in double: a
   // response that is nowhere positive gives peak 0 at the origin.
   double best = 0.0;
@@ -55,17 +75,39 @@ void locatePeak(const float* response, int32_t sx, int32_t sy, float* peakValue,
   }
   const float p = static_cast<float>(best);
   *peakValue = p;
-  float px = static_cast<float>(col);
-  float py = static_cast<float>(row);
-  // Refinement only away from the border of each axis.
-  if (col >= 1 && col < sx - 1) {
-    px += SubCellOffset(response[row * sx + col - 1], p, response[row * sx + col + 1]);
+  RefinePeak(response, sx, sy, row, col, p, res);
+}
+
+void locatePeak(const float* response, int32_t sx, int32_t sy, float* peakValue, float res[2]) {
+#if ZY_HAVE_NEON
+  const int32_t n = sx >= 1 && sy >= 1 ? sx * sy : 0;
+  if (n >= 4 && n % 4 == 0) {
+    // The first strict maximum from 0 is the first occurrence of the largest value when that
+    // is positive, else the origin. The float comparisons decide as the double ones (the
+    // widening is exact); NaNs lose every comparison there and are passed over by the
+    // number-preferring maximum here. The lanes' maximum is taken from +0, so a -0 lane
+    // cannot make the peak -0.
+    float32x4_t m = vdupq_n_f32(0.0f);
+    for (int32_t k = 0; k < n; k += 4) m = vmaxnmq_f32(m, vld1q_f32(response + k));
+    float lanes[4];
+    vst1q_f32(lanes, m);
+    float best = 0.0f;
+    for (const float v : lanes) best = v > best ? v : best;
+    int32_t at = 0;
+    if (best > 0.0f) {
+      // The maximum is one of the values, so the search ends on it.
+      const float32x4_t bestV = vdupq_n_f32(best);
+      int32_t k = 0;
+      while (vget_lane_u64(vreinterpret_u64_u16(vmovn_u32(vceqq_f32(vld1q_f32(response + k), bestV))), 0) == 0) k += 4;
+      while (!(response[k] == best)) ++k;
+      at = k;
+    }
+    *peakValue = best;
+    RefinePeak(response, sx, sy, at / sx, at % sx, best, res);
+    return;
   }
-  if (row >= 1 && row < sy - 1) {
-    py += SubCellOffset(response[(row - 1) * sx + col], p, response[(row + 1) * sx + col]);
-  }
-  res[0] = px - static_cast<float>(sx) * 0.5f;
-  res[1] = py - static_cast<float>(sy) * 0.5f;
+#endif
+  locatePeakReference(response, sx, sy, peakValue, res);
 }
 
 void detect(TrackingInp& t, const Complex* z, const Complex* x, float* peakValue, float res[2]) {

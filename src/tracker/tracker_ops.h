@@ -69,6 +69,9 @@ void updateModel(TrackingInp& t, const Complex* x, float f);
 // Peak of an sy x sx response with sub-cell refinement: *peakValue and the displacement of the
 // peak from the window centre, in cells (x, y).
 void locatePeak(const float* response, int32_t sx, int32_t sy, float* peakValue, float res[2]);
+// The plain scalar scan that defines locatePeak; locatePeak gives the same bits with a
+// four-wide maximum where NEON (or SIMDe) is built.
+void locatePeakReference(const float* response, int32_t sx, int32_t sy, float* peakValue, float res[2]);
 // Correlates features z with the model x; the response peak into *peakValue and its
 // displacement from the window centre, in cells, into res (x, y).
 void detect(TrackingInp& t, const Complex* z, const Complex* x, float* peakValue, float res[2]);

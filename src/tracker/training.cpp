@@ -189,7 +189,22 @@ void gaussianCorrelation(TrackingInp& t, const Complex* x1, const Complex* x2, f
   if (modelFill) t.modelSpecState = kModelSpecReady;
   const float norm = static_cast<float>(sy * t.numChannels * sx);
   const float sigma2 = t.sigma * t.sigma;
-  for (int64_t k = 0; k < N; ++k) {
+  int64_t k = 0;
+#if ZY_HAVE_NEON
+  // The distances and exponents four at a time (each lane the scalar arithmetic), the
+  // exponential per value.
+  const float32x4_t sum = vdupq_n_f32(e1 + e2), two = vdupq_n_f32(2.0f);
+  const float32x4_t normV = vdupq_n_f32(norm), sigma2V = vdupq_n_f32(sigma2);
+  for (; k + 4 <= N; k += 4) {
+    const float32x4_t d = zy::DivF32x4(vsubq_f32(sum, vmulq_f32(two, vld1q_f32(t.corrSum + k))), normV);
+    vst1q_f32(t.corrSum + k, vdupq_n_f32(0.f));  // left cleared for the next call
+    float dl[4], argl[4];
+    vst1q_f32(dl, d);
+    vst1q_f32(argl, zy::DivF32x4(vnegq_f32(d), sigma2V));
+    for (int l = 0; l < 4; ++l) t.specC[k + l] = Complex{dl[l] > 0 ? std::exp(argl[l]) : 1.0f, 0.f};
+  }
+#endif
+  for (; k < N; ++k) {
     const float c = t.corrSum[k];
     t.corrSum[k] = 0.f;  // left cleared for the next call
     const float d = (e1 + e2 - 2 * c) / norm;

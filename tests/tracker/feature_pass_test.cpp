@@ -116,4 +116,28 @@ TEST(FeaturePass, SpectrumProductFormsEqualTheScalarFormBitForBit) {
   }
 }
 
+// The four-wide peak search against the scalar scan: ties, negative and NaN responses, signed
+// zeros, peaks on every border, and sizes with and without whole vectors.
+TEST(FeaturePass, PeakSearchEqualsTheScalarScanBitForBit) {
+  SceneRng rng(41);
+  for (int round = 0; round < 400; ++round) {
+    const int sx = round % 5 == 4 ? 5 : 16, sy = round % 5 == 4 ? 3 : (round % 3 == 0 ? 1 : 16);
+    std::vector<float> r(static_cast<size_t>(sx) * sy);
+    const int kind = round % 8;
+    for (float& v : r) {
+      v = static_cast<float>(static_cast<int>(rng.Next() % 2001) - 1000) * 1e-3f;
+      if (kind == 1) v = -std::fabs(v) - 1e-3f;                      // nowhere positive
+      if (kind == 2 && rng.Next() % 4 == 0) v = std::nanf("");       // NaNs among the values
+      if (kind == 3) v = rng.Next() % 2 ? 0.0f : -0.0f;              // signed zeros only
+      if (kind == 4) v = static_cast<float>(rng.Next() % 3) * 0.5f;  // many ties at the maximum
+    }
+    if (kind == 5) r[rng.Next() % r.size()] = 2.0f;  // one peak anywhere, borders included
+    float fastPeak = -1, refPeak = -2, fast[2] = {9, 9}, ref[2] = {8, 8};
+    locatePeak(r.data(), sx, sy, &fastPeak, fast);
+    locatePeakReference(r.data(), sx, sy, &refPeak, ref);
+    ASSERT_TRUE(SameBits(&fastPeak, &refPeak, sizeof(float))) << round;
+    ASSERT_TRUE(SameBits(fast, ref, sizeof fast)) << round;
+  }
+}
+
 }  // namespace
