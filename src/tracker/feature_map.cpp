@@ -40,10 +40,13 @@ void BlockFactors(const float* energy, int32_t g, int32_t i, int32_t j, float n[
 }
 
 #if ZY_HAVE_NEON
-// v > 0.2 ? 0.2 : v per lane, a NaN staying the same NaN: minps returns its second operand
-// when either is NaN, and NEON's bitwise select keeps v's bits.
+// v > 0.2 ? 0.2 : v per lane, a NaN staying the same NaN. v is always a product, so a NaN in
+// it is quiet: arm64's minimum returns a quiet NaN first operand unchanged; minps returns its
+// second operand when either is NaN; elsewhere a bitwise select keeps v's bits.
 inline float32x4_t TruncateLanes(float32x4_t v) {
-#if !defined(__aarch64__) && defined(SIMDE_X86_SSE_NATIVE)
+#if defined(__aarch64__)
+  return vminq_f32(v, vdupq_n_f32(kTruncation));
+#elif defined(SIMDE_X86_SSE_NATIVE)
   return simde_float32x4_from_m128(_mm_min_ps(_mm_set1_ps(kTruncation), simde_float32x4_to_m128(v)));
 #else
   const float32x4_t limit = vdupq_n_f32(kTruncation);
