@@ -101,19 +101,10 @@ void MagnitudeBinsRow3_NEON(const int16_t* dx3, const int16_t* dy3, int32_t n,
 // rows take the scalar rows.
 void GradientMagnitudeBins3_NEON(const PlaneRows& first, int32_t n, int32_t rows, ptrdiff_t step,
                                  int16_t* gx3, int16_t* gy3, float* mag, uint32_t* bins);
-// One row of it, differences stored; the tables must be kSectorCos / kSectorSin.
-void GradientMagnitudeBinsRow3_NEON(const uint8_t* const row[3], const uint8_t* const above[3],
-                                    const uint8_t* const below[3], int32_t n, int16_t* gx3,
-                                    int16_t* gy3, const float* sectorCos, const float* sectorSin,
-                                    float* mag, uint32_t* bins);
 #endif
 #if ZY_HAVE_AVX2_ROWS
 // The same fused kernel in 256-bit lanes; call only when CpuHasAvx2().
 void GradientMagnitudeBins3_AVX2(const PlaneRows& first, int32_t n, int32_t rows, ptrdiff_t step,
                                  int16_t* gx3, int16_t* gy3, float* mag, uint32_t* bins);
-void GradientMagnitudeBinsRow3_AVX2(const uint8_t* const row[3], const uint8_t* const above[3],
-                                    const uint8_t* const below[3], int32_t n, int16_t* gx3,
-                                    int16_t* gy3, const float* sectorCos, const float* sectorSin,
-                                    float* mag, uint32_t* bins);
 bool CpuHasAvx2();
 #endif

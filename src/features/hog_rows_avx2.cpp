@@ -166,14 +166,6 @@ void GradientMagnitudeBins3_AVX2(const PlaneRows& first, int32_t n, int32_t rows
   }
 }
 
-void GradientMagnitudeBinsRow3_AVX2(const uint8_t* const row[3], const uint8_t* const above[3],
-                                    const uint8_t* const below[3], int32_t n, int16_t* gx3,
-                                    int16_t* gy3, const float*, const float*, float* mag,
-                                    uint32_t* bins) {
-  const PlaneRows r{{row[0], row[1], row[2]}, {above[0], above[1], above[2]}, {below[0], below[1], below[2]}};
-  GradientMagnitudeBins3_AVX2(r, n, 1, 0, gx3, gy3, mag, bins);
-}
-
 bool CpuHasAvx2() {
   static const bool has = __builtin_cpu_supports("avx2") != 0;
   return has;

@@ -339,12 +339,4 @@ void GradientMagnitudeBins3_NEON(const PlaneRows& first, int32_t n, int32_t rows
   }
 }
 
-void GradientMagnitudeBinsRow3_NEON(const uint8_t* const row[3], const uint8_t* const above[3],
-                                    const uint8_t* const below[3], int32_t n, int16_t* gx3,
-                                    int16_t* gy3, const float*, const float*, float* mag,
-                                    uint32_t* bins) {
-  const PlaneRows r{{row[0], row[1], row[2]}, {above[0], above[1], above[2]}, {below[0], below[1], below[2]}};
-  GradientMagnitudeBins3_NEON(r, n, 1, 0, gx3, gy3, mag, bins);
-}
-
 #endif  // ZY_HAVE_NEON

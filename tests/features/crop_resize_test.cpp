@@ -192,25 +192,4 @@ TEST(CropResize, BadArgumentsAndAFailedColumnList) {
   EXPECT_EQ(CropResizeYuv2rgbAcc(f.px.data(), 320, 240, dst.data(), roi, 300, 300, 3), 0u);
 }
 
-TEST(CropResize, FastRowsEqualReferenceOnWholeCrops) {
-  // Random windows: inside, past every edge, odd corners, scales around 1, widths that leave
-  // every tail length, even and odd frame heights.
-  SceneRng rng(11);
-  for (const TestFrame& f : {TestFrame(96, 64, 12), TestFrame(90, 61, 13)}) {
-    for (int n = 0; n < 400; ++n) {
-      const int outW = rng.Uniform(1, 40), outH = rng.Uniform(1, 40);
-      const float w =
-          static_cast<float>(outW) * (0.5f + static_cast<float>(rng.Uniform(0, 225)) / 50.f);
-      const std::array<float, 4> roi = {static_cast<float>(rng.Uniform(-30, 100)) + 0.5f,
-                                        static_cast<float>(rng.Uniform(-30, 70)) + 0.25f, w,
-                                        w * static_cast<float>(outH) / static_cast<float>(outW)};
-      const Crop ref = CropWith(KernelChoice::kReference, f, roi, outW, outH, 3);
-      const Crop fast = CropWith(KernelChoice::kFast, f, roi, outW, outH, 3);
-      ASSERT_EQ(ref.result, fast.result);
-      ASSERT_EQ(ref.px, fast.px) << "roi " << roi[0] << "," << roi[1] << "," << roi[2] << " out "
-                                 << outW << "x" << outH;
-    }
-  }
-}
-
 }  // namespace

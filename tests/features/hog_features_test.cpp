@@ -141,63 +141,6 @@ void ExpectSameRows(MagRow ref, MagRow fast, const int16_t* dx, const int16_t* d
   EXPECT_EQ(binsR, binsF);
 }
 
-// Three rows (above, the row, below) of three planar channels, n pixels each plus the left and
-// right neighbours, and every fused row's outputs against the scalar rows' outputs.
-struct FusedRowCase {
-  int32_t n;
-  std::vector<uint8_t> bytes;  // [row 0..2][channel 0..2][n + 2]
-  explicit FusedRowCase(int32_t pixels) : n(pixels), bytes(9 * static_cast<size_t>(pixels + 2)) {}
-  uint8_t* At(int r, int ch) { return bytes.data() + (3 * r + ch) * static_cast<size_t>(n + 2); }
-  // Pixel i of channel ch gets the differences (dx, dy), through bytes no other set pixel reads
-  // when set pixels are four apart.
-  void Set(int ch, int32_t i, int dx, int dy) {
-    At(1, ch)[i] = static_cast<uint8_t>(dx < 0 ? -dx : 0);
-    At(1, ch)[i + 2] = static_cast<uint8_t>(dx > 0 ? dx : 0);
-    At(0, ch)[i + 1] = static_cast<uint8_t>(dy < 0 ? -dy : 0);
-    At(2, ch)[i + 1] = static_cast<uint8_t>(dy > 0 ? dy : 0);
-  }
-  using Row = void (*)(const uint8_t* const[3], const uint8_t* const[3], const uint8_t* const[3],
-                       int32_t, int16_t*, int16_t*, const float*, const float*, float*, uint32_t*);
-  void ExpectSame(Row fast, const char* name) {
-    const uint8_t* row[3] = {At(1, 0) + 1, At(1, 1) + 1, At(1, 2) + 1};
-    const uint8_t* above[3] = {At(0, 0) + 1, At(0, 1) + 1, At(0, 2) + 1};
-    const uint8_t* below[3] = {At(2, 0) + 1, At(2, 1) + 1, At(2, 2) + 1};
-    const size_t m = static_cast<size_t>(n);
-    std::vector<int16_t> gxR(3 * m), gyR(3 * m), gxF(3 * m), gyF(3 * m);
-    std::vector<float> magR(m), magF(m);
-    std::vector<uint32_t> binsR(2 * m), binsF(2 * m);
-    GradientRow3_C(row, above, below, n, gxR.data(), gyR.data());
-    MagnitudeBinsRow3_C(gxR.data(), gyR.data(), n, kSectorCos, kSectorSin, magR.data(), binsR.data());
-    fast(row, above, below, n, gxF.data(), gyF.data(), kSectorCos, kSectorSin, magF.data(), binsF.data());
-    EXPECT_EQ(gxR, gxF) << name << " n " << n;
-    EXPECT_EQ(gyR, gyF) << name << " n " << n;
-    EXPECT_TRUE(SameBits(magR, magF)) << name << " n " << n;
-    EXPECT_EQ(binsR, binsF) << name << " n " << n;
-  }
-};
-
-// The fused gradient rows (NEON, and AVX2 where the CPU has it) against the two scalar rows:
-// every difference pair two bytes can give in one channel, and rows of every length up to 41
-// from a small alphabet, where equal squared magnitudes across channels are common.
-TEST(CellHistograms, FusedRowsEqualReference) {
-  std::vector<std::pair<FusedRowCase::Row, const char*>> rows = {{GradientMagnitudeBinsRow3_NEON, "NEON"}};
-#if ZY_HAVE_AVX2_ROWS
-  if (CpuHasAvx2()) rows.push_back({GradientMagnitudeBinsRow3_AVX2, "AVX2"});
-#endif
-  FusedRowCase all(4 * 511 * 511 + 3);
-  for (int p = -255, i = 0; p <= 255; ++p) {
-    for (int q = -255; q <= 255; ++q, i += 4) all.Set(0, i, p, q);
-  }
-  for (const auto& r : rows) all.ExpectSame(r.first, r.second);
-
-  SceneRng rng(5);
-  const uint8_t alphabet[] = {0, 3, 4, 5, 7, 9, 12, 255};
-  for (int32_t n = 1; n <= 41; ++n) {
-    FusedRowCase c(n);
-    for (auto& b : c.bytes) b = alphabet[rng.Uniform(0, 7)];
-    for (const auto& r : rows) c.ExpectSame(r.first, r.second);
-  }
-}
 #endif
 
 TEST(CellHistograms, FastRowsEqualReference) {

@@ -125,27 +125,6 @@ TEST(Tracker, NormalisersEqualTheScalarFormBitForBit) {
   }
 }
 
-// The four-wide spectrum product against the plain loop: both forms, a length with a tail,
-// and the output written over an input.
-TEST(Tracker, SpectrumProductEqualsTheScalarFormBitForBit) {
-  SceneRng rng(29);
-  auto value = [&] { return static_cast<float>(static_cast<int>(rng.Next() % 20001) - 10000) * 1.37e-3f; };
-  for (const uint32_t cols : {16u, 13u}) {
-    const size_t n = 16 * cols;
-    std::vector<Complex> a(n), b(n);
-    for (size_t k = 0; k < n; ++k) a[k] = Complex{value(), value()}, b[k] = Complex{value(), value()};
-    for (const int32_t conj : {0, 1}) {
-      std::vector<Complex> fast(n), ref(n);
-      mulSpectrums(a.data(), b.data(), fast.data(), 16, cols, conj);
-      mulSpectrumsReference(a.data(), b.data(), ref.data(), 16, cols, conj);
-      EXPECT_EQ(std::memcmp(fast.data(), ref.data(), n * sizeof(Complex)), 0) << cols << " " << conj;
-      std::vector<Complex> inPlace = b;
-      mulSpectrums(a.data(), inPlace.data(), inPlace.data(), 16, cols, conj);
-      EXPECT_EQ(std::memcmp(inPlace.data(), ref.data(), n * sizeof(Complex)), 0) << "out = b";
-    }
-  }
-}
-
 TEST(Tracker, SolveFilterStopsAtAVanishingDenominator) {
   const float lambda = 0.0001f;
   const Complex yf[4] = {{1, 2}, {3, -1}, {5, 5}, {7, 7}}, kf[4] = {{2, 0.5f}, {-1, 3}, {-lambda, 0}, {4, 4}};
