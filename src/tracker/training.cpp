@@ -34,18 +34,36 @@ void AddRealParts(const Complex* a, float d, float* sum, int64_t n) {
   for (; k < n; ++k) sum[k] += a[k].re / d;
 }
 
-// m[k] = g m[k] + f x[k], real and imaginary parts alike (x may be m): two values to a vector
-// where NEON (or SIMDe) is built, each lane the scalar products and sum.
-void Blend(Complex* m, const Complex* x, float g, float f, int64_t n) {
+// m[k] = g m[k] + f x[k], real and imaginary parts alike (x may be m), four values at a time
+// with real and imaginary parts in separate lanes where NEON (or SIMDe) is built, each lane the
+// scalar products and sum. With `energy`, *energy = the sum of the new real parts' squares,
+// added one by one in order.
+void Blend(Complex* m, const Complex* x, float g, float f, int64_t n, float* energy) {
   int64_t k = 0;
+  float e = 0.f;
 #if ZY_HAVE_NEON
   const float32x4_t gv = vdupq_n_f32(g), fv = vdupq_n_f32(f);
-  for (; k + 2 <= n; k += 2) {
+  for (; k + 4 <= n; k += 4) {
     float* to = F(m + k);
-    vst1q_f32(to, vaddq_f32(vmulq_f32(gv, vld1q_f32(to)), vmulq_f32(fv, vld1q_f32(F(x + k)))));
+    float32x4x2_t v = vld2q_f32(to);
+    const float32x4x2_t y = vld2q_f32(F(x + k));
+    v.val[0] = vaddq_f32(vmulq_f32(gv, v.val[0]), vmulq_f32(fv, y.val[0]));
+    v.val[1] = vaddq_f32(vmulq_f32(gv, v.val[1]), vmulq_f32(fv, y.val[1]));
+    vst2q_f32(to, v);
+    if (energy != nullptr) {
+      const float32x4_t sq = vmulq_f32(v.val[0], v.val[0]);
+      e += vgetq_lane_f32(sq, 0);
+      e += vgetq_lane_f32(sq, 1);
+      e += vgetq_lane_f32(sq, 2);
+      e += vgetq_lane_f32(sq, 3);
+    }
   }
 #endif
-  for (; k < n; ++k) m[k] = Complex{g * m[k].re + f * x[k].re, g * m[k].im + f * x[k].im};
+  for (; k < n; ++k) {
+    m[k] = Complex{g * m[k].re + f * x[k].re, g * m[k].im + f * x[k].im};
+    e += m[k].re * m[k].re;
+  }
+  if (energy != nullptr) *energy = e;
 }
 
 bool HasSpectra(const TrackingInp& t) {
@@ -220,12 +238,10 @@ void updateModel(TrackingInp& t, const Complex* x, float f) {
   const int64_t cells = static_cast<int64_t>(t.sizeX) * t.sizeY;
   const int64_t n = cells * t.numChannels;
   const float g = 1 - f;
-  Blend(t.modelFeat, x, g, f, n);
-  // The energy of the new model's real parts, in order.
-  float energy = 0.f;
-  for (int64_t k = 0; k < n; ++k) energy += t.modelFeat[k].re * t.modelFeat[k].re;
-  t.modelEnergy = energy;
-  if (t.sizeX >= 1 && t.sizeY >= 1 && t.alphaf != nullptr && t.specC != nullptr) Blend(t.alphaf, t.specC, g, f, cells);
+  Blend(t.modelFeat, x, g, f, n, &t.modelEnergy);
+  if (t.sizeX >= 1 && t.sizeY >= 1 && t.alphaf != nullptr && t.specC != nullptr) {
+    Blend(t.alphaf, t.specC, g, f, cells, nullptr);
+  }
 }
 
 void train(TrackingInp& t, const Complex* x, bool first, float factor) {
