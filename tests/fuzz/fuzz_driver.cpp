@@ -86,7 +86,7 @@ Geometry ChooseGeometry(ByteReader& r, int64_t maxBytes) {
     g.stride = r.In(-3, 48);
   } else if (kind == 14) {  // byte counts at the 32-bit limit
     g.height = r.In(1, 65535);
-    const int64_t stride = INT32_MAX / (g.height + g.height / 2) + r.In(-1, 1);
+    const int64_t stride = int64_t{INT32_MAX / (g.height + g.height / 2)} + r.In(-1, 1);
     g.stride = static_cast<int32_t>(std::min<int64_t>(stride, INT32_MAX));
     g.width = g.stride - r.In(0, 7);
   } else if (kind == 15) {  // very wide and very short
