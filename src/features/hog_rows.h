@@ -106,5 +106,4 @@ void GradientMagnitudeBins3_NEON(const PlaneRows& first, int32_t n, int32_t rows
 // The same fused kernel in 256-bit lanes; call only when CpuHasAvx2().
 void GradientMagnitudeBins3_AVX2(const PlaneRows& first, int32_t n, int32_t rows, ptrdiff_t step,
                                  int16_t* gx3, int16_t* gy3, float* mag, uint32_t* bins);
-bool CpuHasAvx2();
 #endif

@@ -3,10 +3,12 @@
 
 #include "common/zy_neon.h"
 
-// x86-64 builds with the fast paths also carry 256-bit forms of the hottest row, used when
+// x86-64 builds with the fast paths also carry 256-bit forms of the hot kernels, used when
 // the CPU has AVX2 (checked at run time, so the library still runs on any x86-64).
 #if ZY_HAVE_NEON && defined(__x86_64__) && defined(__GNUC__)
 #define ZY_HAVE_AVX2_ROWS 1
+// True when this CPU runs the 256-bit forms (asked once).
+bool CpuHasAvx2();
 #else
 #define ZY_HAVE_AVX2_ROWS 0
 #endif

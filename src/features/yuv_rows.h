@@ -76,7 +76,6 @@ void Nv21RowToRgb_AVX2(const uint8_t* frame, const int32_t bases[4], const int32
 // count (1..8) pixels of a row's tail in the one-at-a-time form, gathered at list[0..count-1].
 void Nv21OneFormToRgb_AVX2(const uint8_t* frame, const int32_t bases[4], const int32_t* list,
                            int32_t count, uint8_t* r, uint8_t* g, uint8_t* b);
-bool CpuHasAvx2();
 #endif
 constexpr int32_t kAvx2LumaReach = 4;  // bytes the AVX2 rows read from each luma offset
 

@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "common/zy_types.h"
+#include "features/kernel_choice.h"
 #include "tracker/tracking_inp.h"
 
 // Feature map of the current frame around the current box at scale `scale * scaleAdjust`:
@@ -47,9 +48,7 @@ void mulSpectrums(const Complex* a, const Complex* b, Complex* out, int32_t rows
                   int32_t conjB);
 void mulSpectrumsReference(const Complex* a, const Complex* b, Complex* out, int32_t rows,
                            uint32_t cols, int32_t conjB);
-#include "features/kernel_choice.h"
-#define ZY_HAVE_AVX2_SPECTRA ZY_HAVE_AVX2_ROWS
-#if ZY_HAVE_AVX2_SPECTRA
+#if ZY_HAVE_AVX2_ROWS
 // mulSpectrums' product in 256-bit lanes, for CPUs with AVX2 only: the first (n / 4) x 4 values,
 // whose count it returns; the caller finishes the rest.
 int64_t mulSpectrumsAvx2(const Complex* a, const Complex* b, Complex* out, int64_t n, int32_t conjB);

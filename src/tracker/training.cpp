@@ -6,7 +6,6 @@
 #include "common/zy_log.h"
 #include "common/zy_memops.h"
 #include "common/zy_neon.h"
-#include "features/hog_rows.h"
 #include "fft/fft2d.h"
 #include "tracker/tracker_ops.h"
 
@@ -120,7 +119,7 @@ void MulSpectrumsNeon(const Complex* a, const Complex* b, Complex* out, int32_t 
 }
 #endif
 
-#if ZY_HAVE_AVX2_SPECTRA
+#if ZY_HAVE_AVX2_ROWS
 void MulSpectrumsX86(const Complex* a, const Complex* b, Complex* out, int32_t rows, uint32_t cols,
                      int32_t conjB) {
   if (rows == 0 || a == nullptr || b == nullptr || out == nullptr) return;
@@ -139,7 +138,7 @@ int32_t spectrumProductForms(SpectrumProduct forms[2]) {
 #if ZY_HAVE_NEON
   forms[count++] = MulSpectrumsNeon;
 #endif
-#if ZY_HAVE_AVX2_SPECTRA
+#if ZY_HAVE_AVX2_ROWS
   if (CpuHasAvx2()) forms[count++] = MulSpectrumsX86;
 #endif
   return count;
@@ -147,7 +146,7 @@ int32_t spectrumProductForms(SpectrumProduct forms[2]) {
 
 void mulSpectrums(const Complex* a, const Complex* b, Complex* out, int32_t rows, uint32_t cols,
                   int32_t conjB) {
-#if ZY_HAVE_AVX2_SPECTRA
+#if ZY_HAVE_AVX2_ROWS
   if (CpuHasAvx2()) return MulSpectrumsX86(a, b, out, rows, cols, conjB);
 #endif
 #if ZY_HAVE_NEON

@@ -67,13 +67,13 @@ TEST(FeaturePass, ModelBlendEqualsTheScalarFormBitForBit) {
   constexpr int n = 9 * 256;
   SceneRng rng(5);
   auto value = [&] { return static_cast<float>(static_cast<int>(rng.Next() % 20001) - 10000) * 1e-3f; };
-  std::vector<Complex> x(n), model(n), filter(256), spec(256);
+  std::vector<Complex> x(n), model(n), filter(256), newFilter(256);
   for (Complex& c : x) c = Complex{value(), value()};
   for (Complex& c : model) c = Complex{value(), value()};
-  for (int q = 0; q < 256; ++q) filter[q] = Complex{value(), value()}, spec[q] = Complex{value(), value()};
+  for (int q = 0; q < 256; ++q) filter[q] = Complex{value(), value()}, newFilter[q] = Complex{value(), value()};
   std::memcpy(t.modelFeat, model.data(), n * sizeof(Complex));
   std::memcpy(t.alphaf, filter.data(), 256 * sizeof(Complex));
-  std::memcpy(t.specC, spec.data(), 256 * sizeof(Complex));
+  std::memcpy(t.specC, newFilter.data(), 256 * sizeof(Complex));
   const float f = 0.075f, g = 1 - f;
   updateModel(t, x.data(), f);
   float energy = 0.f;
@@ -82,7 +82,7 @@ TEST(FeaturePass, ModelBlendEqualsTheScalarFormBitForBit) {
     energy += model[q].re * model[q].re;
   }
   for (int q = 0; q < 256; ++q) {
-    filter[q] = Complex{g * filter[q].re + f * spec[q].re, g * filter[q].im + f * spec[q].im};
+    filter[q] = Complex{g * filter[q].re + f * newFilter[q].re, g * filter[q].im + f * newFilter[q].im};
   }
   EXPECT_TRUE(SameBits(t.modelFeat, model.data(), n * sizeof(Complex)));
   EXPECT_TRUE(SameBits(t.alphaf, filter.data(), 256 * sizeof(Complex)));

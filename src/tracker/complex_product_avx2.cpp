@@ -6,7 +6,7 @@
 // operand (no fused multiply-add), so the bits are the same.
 #include "tracker/tracker_ops.h"
 
-#if ZY_HAVE_AVX2_SPECTRA
+#if ZY_HAVE_AVX2_ROWS
 
 #include <immintrin.h>
 
@@ -39,4 +39,4 @@ int64_t mulSpectrumsAvx2(const Complex* a, const Complex* b, Complex* out, int64
   return conjB ? Product4<true>(fa, fb, fo, n) : Product4<false>(fa, fb, fo, n);
 }
 
-#endif  // ZY_HAVE_AVX2_SPECTRA
+#endif  // ZY_HAVE_AVX2_ROWS
